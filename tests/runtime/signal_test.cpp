@@ -1,0 +1,192 @@
+// Signal kernels: the smoother's end rule and summation order, correlation,
+// find, differences, the two filters, the local-range gradient and the
+// saturating multiply.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "keloecgsolver/kernels.h"
+#include "support/emx_builders.hpp"
+
+namespace {
+
+using kelo::test::column;
+using kelo::test::values;
+
+std::vector<double> smooth(const std::vector<double>& x, double span) {
+  kelo::EmxReal y(1);
+  m_smooth_emlc(column(x), span, y);
+  return values(y);
+}
+
+// The smoother built the long way: a zero-padded column of sums to which
+// shifted copies of x are added one shift at a time, a column of counts
+// built the same way, the middle n entries of both divided.
+std::vector<double> smooth_reference(const std::vector<double>& x, double span) {
+  const double s = 2.0 * std::ceil(span / 2.0) - 1.0;
+  const std::size_t n = x.size(), si = static_cast<std::size_t>(s);
+  const std::size_t h = static_cast<std::size_t>(std::floor(s / 2.0));
+  std::vector<double> sums(n + si - 1, 0.0), counts(n + si - 1, 0.0);
+  for (std::size_t i = 0; i < n; ++i) {
+    sums[i] = x[i];
+    counts[i] = 1.0;
+  }
+  for (std::size_t k = 1; k <= si - 1; ++k)
+    for (std::size_t i = 0; i < n; ++i) {
+      sums[i + k] += x[i];
+      counts[i + k] += 1.0;
+    }
+  std::vector<double> y(n);
+  for (std::size_t i = 0; i < n; ++i) y[i] = sums[i + h] / counts[i + h];
+  return y;
+}
+
+TEST(Smooth, WorkedExamplesAndEndRule) {
+  EXPECT_EQ(smooth({1, 2, 3, 4}, 3), (std::vector<double>{1.5, 2, 3, 3.5}));
+  EXPECT_EQ(smooth({1, 2, 3, 4}, 2), (std::vector<double>{1, 2, 3, 4}));  // s = 1
+  EXPECT_EQ(smooth({1, 2, 3, 4}, 4), smooth({1, 2, 3, 4}, 3));           // s = 3
+  // Span 5: the window is cut on one side only near the ends.
+  const auto y = smooth({1, 2, 4, 8, 16, 32}, 5);
+  EXPECT_EQ(y[0], (1 + 2 + 4) / 3.0);
+  EXPECT_EQ(y[1], (1 + 2 + 4 + 8) / 4.0);
+  EXPECT_EQ(y[2], (1 + 2 + 4 + 8 + 16) / 5.0);
+  EXPECT_EQ(y[5], (8 + 16 + 32) / 3.0);
+  EXPECT_EQ(smooth({}, 5), std::vector<double>{});
+  EXPECT_EQ(smooth({3, 5}, 0), (std::vector<double>{3, 5}));  // below 1: no smoothing
+  EXPECT_EQ(smooth({3, 5}, std::numeric_limits<double>::quiet_NaN()), (std::vector<double>{3, 5}));
+}
+
+// The direct form sums each window in the same order as the long
+// construction, so the two agree bit for bit, spans wider than the signal
+// included.
+TEST(Smooth, BitIdenticalToTheLongConstruction) {
+  std::mt19937 rng(7);
+  std::normal_distribution<double> noise(0.0, 1e3);
+  for (std::size_t n : {1, 2, 7, 50, 601}) {
+    std::vector<double> x(n);
+    for (double& v : x) v = noise(rng);
+    for (double span : {1.0, 3.0, 4.0, 11.0, 41.5, 600.0, 1500.0}) {
+      const auto got = smooth(x, span);
+      const auto want = smooth_reference(x, span);
+      ASSERT_EQ(got.size(), want.size());
+      for (std::size_t i = 0; i < n; ++i)
+        ASSERT_EQ(std::bit_cast<uint64_t>(got[i]), std::bit_cast<uint64_t>(want[i]))
+            << "n " << n << " span " << span << " i " << i;
+    }
+  }
+}
+
+TEST(Correlation, SelfOppositeConstantAndShort) {
+  const std::vector<double> x = {1, 4, 2, 8, 5, 7};
+  std::vector<double> neg(x.size());
+  for (std::size_t i = 0; i < x.size(); ++i) neg[i] = -x[i];
+  EXPECT_DOUBLE_EQ(m_corr_emlc(column(x), column(x)), 1.0);
+  EXPECT_DOUBLE_EQ(m_corr_emlc(column(x), column(neg)), -1.0);
+  EXPECT_NEAR(m_corr_emlc(column({1, 2, 3}), column({1, 3, 2})), 0.5, 1e-15);
+  EXPECT_TRUE(std::isnan(m_corr_emlc(column({2, 2, 2}), column({1, 2, 3}))));
+  EXPECT_TRUE(std::isnan(m_corr_emlc(column({1}), column({1}))));
+  EXPECT_TRUE(std::isnan(m_corr_emlc(column({}), column({}))));
+}
+
+TEST(Find, PositionsAsDoublesAndIntegers) {
+  kelo::EmxReal d(1);
+  m_find(kelo::test::mask({false, true, true, false, true}), d);
+  EXPECT_EQ(values(d), (std::vector<double>{2, 3, 5}));
+  m_find(kelo::test::mask({false}), d);
+  EXPECT_TRUE(values(d).empty());
+  m_find(kelo::test::mask({true}), d);
+  EXPECT_EQ(values(d), std::vector<double>{1});
+
+  kelo::EmxInt32 i(1);
+  m_b_eml_li_find(kelo::test::mask({true, false, true}), i);
+  EXPECT_EQ(values(i), (std::vector<int32_t>{1, 3}));
+  m_b_eml_li_find(kelo::test::mask({false, false}), i);
+  EXPECT_TRUE(values(i).empty());
+  m_b_eml_li_find(kelo::test::mask({}), i);
+  EXPECT_TRUE(values(i).empty());
+}
+
+TEST(Diff, DifferencesAndTheEmptyShape) {
+  kelo::EmxReal y(2);
+  m_diff(column({1, 4, 9, 16}), y);
+  EXPECT_EQ(values(y), (std::vector<double>{3, 5, 7}));
+  EXPECT_EQ(y->size[0], 3);
+  m_diff(column({5}), y);
+  EXPECT_EQ(y->size[0], 0);
+  EXPECT_EQ(y->size[1], 0);
+}
+
+std::vector<double> filter(bool low, const std::vector<double>& x) {
+  kelo::EmxReal y(1);
+  if (low) m_b_filter(column(x), y);
+  else m_filter(column(x), y);
+  return values(y);
+}
+
+TEST(Filters, ImpulseAndStepResponses) {
+  const double b[3] = {0.3913357725017686, 0.7826715450035372, 0.3913357725017686};
+  const double a[3] = {1.0, 0.36952737735124136, 0.19581571265583317};
+  const auto h = filter(true, {1, 0, 0, 0});
+  ASSERT_EQ(h.size(), 4u);
+  EXPECT_EQ(h[0], b[0]);
+  EXPECT_EQ(h[1], b[1] - a[1] * h[0]);
+  EXPECT_EQ(h[2], (b[2] - a[2] * h[0]) - a[1] * h[1]);
+  // DC gain of the low-pass is 1, of the high-pass 0.
+  const std::vector<double> step(4000, 1.0);
+  EXPECT_NEAR(filter(true, step).back(), 1.0, 1e-9);
+  EXPECT_NEAR(filter(false, step).back(), 0.0, 1e-9);
+  EXPECT_EQ(filter(false, {2.0})[0], 0.9780304792065597 * 2.0);
+  EXPECT_TRUE(filter(true, {}).empty());
+}
+
+TEST(Gradient, RangeWithItsStartingValuesAndMean) {
+  kelo::EmxReal g(1), gs(1);
+  std::vector<double> x(15);
+  for (std::size_t i = 0; i < x.size(); ++i) x[i] = static_cast<double>(i);
+  m_gradientIEM(column(x), g, gs);
+  auto gv = values(g);
+  auto gsv = values(gs);
+  ASSERT_EQ(gv.size(), 15u);
+  for (std::size_t k = 0; k < 5; ++k) EXPECT_EQ(gv[k], 0.0);
+  for (std::size_t k = 10; k < 15; ++k) EXPECT_EQ(gv[k], 0.0);
+  // Position 6 (1-based) covers samples 0..10: the running maximum 10, the
+  // running minimum starts at 100000 and ends at 0.
+  EXPECT_EQ(gv[5], 10.0);
+  EXPECT_EQ(gsv[5], (0 + 0 + 0 + 0 + 0 + 10 + 10 + 10 + 10 + 10 + 0) / 11.0);
+
+  // All-negative samples: the maximum stays at its start of 0.0.
+  m_gradientIEM(column(std::vector<double>(11, -3.0)), g, gs);
+  EXPECT_EQ(values(g)[5], 3.0);
+  // Samples above 100000: the minimum stays at its start of 100000.
+  m_gradientIEM(column(std::vector<double>(11, 250000.0)), g, gs);
+  EXPECT_EQ(values(g)[5], 150000.0);
+  // Fewer than 11 samples: all zeros.
+  m_gradientIEM(column({5, 9, 1}), g, gs);
+  EXPECT_EQ(values(g), (std::vector<double>{0, 0, 0}));
+  EXPECT_EQ(values(gs), (std::vector<double>{0, 0, 0}));
+}
+
+TEST(IntegerMultiply, SaturatesAndMatchesTheWideProduct) {
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(65536, 65536), 2147483647);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(-65536, 65536), -2147483647 - 1);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(-46341, 46341), -2147483647 - 1);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(46340, 46340), 2147395600);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(-2147483647 - 1, -1), 2147483647);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(-2147483647 - 1, 1), -2147483647 - 1);
+  EXPECT_EQ(m_mul_s32_s32_s32_sat(-7, 6), -42);
+  std::mt19937 rng(3);
+  std::uniform_int_distribution<int32_t> any(std::numeric_limits<int32_t>::min(),
+                                             std::numeric_limits<int32_t>::max());
+  for (int i = 0; i < 10000; ++i) {
+    const int32_t a = any(rng), b = i % 3 == 0 ? any(rng) % 70000 : any(rng);
+    uint32_t hi = 0, lo = 0;
+    m_mul_wide_s32(a, b, &hi, &lo);
+    const int64_t exact = static_cast<int64_t>(a) * b;
+    ASSERT_EQ((static_cast<uint64_t>(hi) << 32) | lo, static_cast<uint64_t>(exact)) << a << " * " << b;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,129 @@
+// Statistics kernels: NaN and tie rules of the extrema, the median's
+// overflow-safe midpoint, divisors of the standard deviation, rounding.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+
+#include "keloecgsolver/kernels.h"
+#include "keloecgsolver/rt_nonfinite.h"
+#include "support/emx_builders.hpp"
+
+namespace {
+
+using kelo::test::column;
+using kelo::test::row;
+using kelo::test::values;
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+const double kInf = std::numeric_limits<double>::infinity();
+
+TEST(Extrema, SkipNaNsAndKeepTheFirstOfEqualValues) {
+  EXPECT_EQ(m_max(column({kNaN, 3, kNaN, 5, 5})), 5.0);
+  EXPECT_TRUE(std::isnan(m_max(column({kNaN, kNaN}))));
+  EXPECT_TRUE(std::isnan(m_max(column({kNaN}))));
+  EXPECT_EQ(m_min(column({2, -1, -1})), -1.0);
+  EXPECT_EQ(m_b_max(row({-3, kNaN, -7})), -3.0);
+  EXPECT_EQ(m_b_min(row({kNaN, 4, kNaN, 2, 9})), 2.0);
+  EXPECT_EQ(m_max(column({-kInf, -5})), -5.0);
+  // Of equal extremes the first is kept: visible through the sign of zero.
+  EXPECT_TRUE(std::signbit(m_max(column({-0.0, 0.0}))));
+  EXPECT_FALSE(std::signbit(m_min(column({0.0, -0.0}))));
+  EXPECT_TRUE(std::isnan(m_max(column({}))));  // never used by the library; defined here
+}
+
+TEST(Median, OddEvenNaNAndEmpty) {
+  EXPECT_EQ(m_median(column({4, 1, 3, 2})), 2.5);
+  EXPECT_EQ(m_median(column({9, 1, 5})), 5.0);
+  EXPECT_TRUE(std::isnan(m_median(column({1, kNaN, 3}))));
+  EXPECT_TRUE(std::isnan(m_median(column({}))));
+  EXPECT_EQ(m_median(column({-kInf, 1})), -kInf);
+  EXPECT_TRUE(std::isnan(m_median(column({-kInf, kInf}))));
+  // Two large values of one sign: a + (b - a) / 2 stays finite where
+  // (a + b) / 2 would overflow.
+  EXPECT_DOUBLE_EQ(m_median(column({1.7e308, 1.5e308})), 1.6e308);
+  EXPECT_DOUBLE_EQ(m_median(column({-1.7e308, -1.5e308})), -1.6e308);
+  EXPECT_EQ(m_vectormedian(column({7})), 7.0);
+}
+
+TEST(Median, ColumnWiseOverAMatrix) {
+  kelo::EmxReal m(2);
+  kelo::resize(m.get(), {3, 2});
+  const double data[6] = {3, 1, 2, /* column 2 */ 10, kNaN, 30};
+  std::copy(data, data + 6, m.span().begin());
+  kelo::EmxReal y(2);
+  m_b_median(m, y);
+  EXPECT_EQ(y->size[0], 1);
+  ASSERT_EQ(y->size[1], 2);
+  EXPECT_EQ(y->data[0], 2.0);
+  EXPECT_TRUE(std::isnan(y->data[1]));
+
+  kelo::resize(m.get(), {0, 4});
+  m_b_median(m, y);
+  ASSERT_EQ(y->size[1], 4);
+  for (double v : values(y)) EXPECT_TRUE(std::isnan(v));
+}
+
+TEST(MeanAndStd, DivisorsAndEmptyInputs) {
+  EXPECT_TRUE(std::isnan(m_mean(row({}))));
+  EXPECT_EQ(m_mean(row({1, 2, 3, 6})), 3.0);
+  // The sum starts from the first element, so an all-negative-zero row has
+  // a negative-zero mean.
+  EXPECT_TRUE(std::signbit(m_mean(row({-0.0, -0.0}))));
+  EXPECT_EQ(m_std(column({42})), 0.0);
+  EXPECT_EQ(m_std(column({1, 2, 3, 4})), std::sqrt(5.0 / 3.0));
+  EXPECT_TRUE(std::isnan(m_std(column({}))));
+  EXPECT_TRUE(std::isnan(m_std(column({1, kInf}))));
+}
+
+TEST(ElementWise, PowerSignExpRepmatLength) {
+  kelo::EmxReal y(1);
+  m_power(column({2, -1.5, 1.1, kNaN}), y);
+  auto v = values(y);
+  ASSERT_EQ(v.size(), 4u);
+  EXPECT_EQ(v[0], 8.0);
+  EXPECT_EQ(v[1], -3.375);
+  EXPECT_EQ(std::bit_cast<uint64_t>(v[2]), std::bit_cast<uint64_t>(std::pow(1.1, 3.0)));
+  EXPECT_TRUE(std::isnan(v[3]));
+
+  auto s = column({-0.0, 0.0, -2, 3, kNaN, -kInf});
+  m_refp1_sign(s);
+  v = values(s);
+  EXPECT_EQ(v[0], 0.0);
+  EXPECT_FALSE(std::signbit(v[0]));
+  EXPECT_EQ(v[2], -1.0);
+  EXPECT_EQ(v[3], 1.0);
+  EXPECT_TRUE(std::isnan(v[4]));
+  EXPECT_EQ(v[5], -1.0);
+
+  auto e = column({0.0, 1.0});
+  m_refp1_exp(e);
+  EXPECT_EQ(values(e)[1], std::exp(1.0));
+
+  kelo::EmxReal r(2);
+  m_repmat(2.5, 3.9, r);
+  EXPECT_EQ(r->size[0], 1);
+  EXPECT_EQ(values(r), (std::vector<double>{2.5, 2.5, 2.5}));
+  m_repmat(1.0, -2.0, r);
+  EXPECT_EQ(r->size[1], 0);
+
+  EXPECT_EQ(m_length(column({1, 2, 3})), 3.0);
+  EXPECT_EQ(m_b_length(row({1, 2})), 2.0);
+  kelo::EmxReal empty(2);
+  kelo::resize(empty.get(), {0, 5});
+  EXPECT_EQ(m_b_length(empty), 0.0);
+}
+
+TEST(Mrdivide, RoundsHalfAwayFromZeroAndSaturates) {
+  EXPECT_EQ(m_mrdivide(5, 2.0), 3);
+  EXPECT_EQ(m_mrdivide(-5, 2.0), -3);
+  EXPECT_EQ(m_mrdivide(7, 2.0), 4);
+  EXPECT_EQ(m_mrdivide(1, 3.0), 0);
+  EXPECT_EQ(m_mrdivide(1, 0.0), 2147483647);
+  EXPECT_EQ(m_mrdivide(-1, 0.0), -2147483647 - 1);
+  EXPECT_EQ(m_mrdivide(0, 0.0), 0);  // NaN gives 0
+  EXPECT_EQ(m_mrdivide(2147483647, 0.5), 2147483647);
+}
+
+}  // namespace
