@@ -1,0 +1,151 @@
+// The analysis runs, through the library's public C interface only.
+#include "analysis.hpp"
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "keloecgsolver/keloecgsolver.h"
+
+namespace keloecg {
+
+namespace {
+
+struct RealDeleter {
+  void operator()(emxArray_real_T* a) const { emxDestroyArray_real_T(a); }
+};
+struct IntDeleter {
+  void operator()(emxArray_int32_T* a) const { emxDestroyArray_int32_T(a); }
+};
+using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
+using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+
+std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
+  std::size_t n = a.numDimensions > 0 ? 1 : 0;
+  for (int d = 0; d < a.numDimensions; ++d) n *= static_cast<std::size_t>(std::max(a.size[d], 0));
+  return {a.data, n};
+}
+
+constexpr double kLowestRate = 30.0;
+constexpr double kHighestRate = 220.0;
+
+// The analysis rate as the library's integer argument.
+constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
+
+}  // namespace
+
+QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
+  QrsResult r;
+  r.excerpt = excerpt;
+  r.window_s = settings.window_s;
+  r.full_scale = settings.full_scale ? settings.full_scale : p.recording.full_scale;
+  // Without a known full scale the clipping test is switched off: nothing
+  // exceeds 0.97 times infinity.
+  const double full_scale = r.full_scale.value_or(std::numeric_limits<double>::infinity());
+
+  const auto length = static_cast<std::int32_t>(excerpt.length);
+  std::vector<double> copy(p.samples.begin() + excerpt.start, p.samples.begin() + excerpt.end());
+  RealArray ecg(emxCreateWrapper_real_T(copy.data(), length, 1));
+  IntArray peaks(emxCreate_int32_T(length, 1));
+  IntArray windows(emxCreate_int32_T(1, 1));
+  std::int32_t grade = 1;
+  detectWaves_initialize();
+  detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
+  detectWaves_terminate();
+  r.excerpt_grade = grade;
+
+  const auto found = elements(*peaks);
+  r.r_peaks.reserve(found.size());
+  // 1-based positions in the excerpt become 0-based sample numbers of the
+  // whole recording.
+  for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + excerpt.start);
+  const auto grades = elements(*windows);
+  r.window_grades.assign(grades.begin(), grades.end());
+
+  r.status = kNoUsableBeats;
+  const auto count = static_cast<std::int32_t>(found.size());
+  if (count > 1) {
+    calcHRvar_initialize();
+    const double rate = calcHRvar(peaks.get(), count, kFs);
+    calcHRvar_terminate();
+    if (rate >= kLowestRate && rate <= kHighestRate) {
+      r.heart_rate = rate;
+      r.status = kSuccess;
+    } else {
+      r.rejected_rate = rate;
+    }
+  }
+  if (grade == 2) r.status = kClipped;
+  if (grade == 3) r.status = kIrregular;
+  return r;
+}
+
+namespace {
+
+// The periodogram behind the band powers: the same interval series and
+// Lomb amplitudes that calcHrv sums, kept up to the 0.4 Hz limit.
+Periodogram periodogram(std::span<const std::int32_t> peaks) {
+  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+  std::vector<char> annotations(static_cast<std::size_t>(n));
+  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
+  const auto len = static_cast<std::size_t>(2 * n);
+  std::vector<double> freq(len), amp(len);
+  calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
+  Periodogram out;
+  const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
+    out.frequency_hz.push_back(freq[i]);
+    out.amplitude.push_back(amp[i]);
+  }
+  return out;
+}
+
+// calcHrv has no error return: it must only see series that give a
+// frequency grid with lines below 0.4 Hz, or it would end the process.
+// The series it analyses leaves out the first interval and spans
+// t[n-1] - t[1]; the grid spacing is 1 / (4 * span).
+std::string hrv_precondition(std::span<const std::int64_t> peaks) {
+  if (peaks.size() < 5) return "too few beats for HRV (at least 5 needed)";
+  const double span = static_cast<double>(peaks[peaks.size() - 2] - peaks[1]) / kAnalysisRate;
+  if (span < 2.0) return "too few beats for HRV (they span less than 2 s)";
+  return {};
+}
+
+}  // namespace
+
+HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_periodogram) {
+  (void)p;
+  HrvResult r;
+  r.qrs = std::move(qrs);
+  const QrsResult& q = r.qrs;
+  r.status = q.status;
+  if (!q.heart_rate) {
+    r.not_computed = q.r_peaks.size() < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
+    return r;
+  }
+  r.not_computed = hrv_precondition(q.r_peaks);
+  if (!r.not_computed.empty()) {
+    if (r.status == kSuccess) r.status = kNoUsableBeats;
+    return r;
+  }
+
+  // calcHrv takes the 1-based positions within the excerpt, as detectWaves
+  // gave them.
+  std::vector<std::int32_t> peaks;
+  peaks.reserve(q.r_peaks.size());
+  for (auto s : q.r_peaks) peaks.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
+  std::int32_t status = 0;
+  {
+    std::lock_guard guard(lock.mutex);
+    calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
+    if (with_periodogram) r.periodogram = periodogram(peaks);
+  }
+  r.computed = true;
+  r.status = status;
+  if (q.excerpt_grade == 2) r.status = kClipped;
+  if (q.excerpt_grade == 3) r.status = kIrregular;
+  return r;
+}
+
+}  // namespace keloecg
