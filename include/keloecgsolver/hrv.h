@@ -124,7 +124,8 @@ KELO_API void calcLomb(const double* t, const double* rr, int32_t n, double* fre
    If the workspaces are too small error("workspaces too small\n") is called
    and the routine returns with *nout = 0, *jmax = 0 and *prob = 1. Returns
    the same way, silently, when n < 1, ofac or hifac is not a positive
-   finite number, or a pointer is NULL. */
+   finite number, or an array is NULL; with a NULL nout, jmax or prob it
+   does nothing. */
 KELO_API void fasper(float x[], float y[], unsigned long n, float ofac, float hifac, float wk1[],
                      float wk2[], unsigned long nwk, unsigned long* nout, unsigned long* jmax,
                      float* prob);
@@ -153,7 +154,8 @@ KELO_API void realft(float data[], unsigned long n, int isign);
    a power of two >= 1; otherwise, or for a NULL data, nothing is done. */
 KELO_API void four1(float data[], unsigned long nn, int isign);
 
-/* Subtracts the mean (accumulated in double precision) from y[0..n-1]. */
+/* Subtracts the mean (accumulated in double precision) from y[0..n-1]
+   (0-based, unlike the routines above). NULL: nothing is done. */
 KELO_API void zeromean(float* y, unsigned long n);
 
 /* The part of the path s after its last '/', or s itself if it holds none;

@@ -31,6 +31,8 @@ uint32_t limit_freq(std::span<double> freq, std::span<double> amp, double fmax) 
   return count;
 }
 
+// Nothing here ends the process: a band table that is not 2 to 10 pairs,
+// or fewer than three lines, leaves the results untouched and reports false.
 bool band_powers(std::span<const double> edges, std::span<const double> freq,
                  std::span<const double> amp, std::span<double> results) {
   const std::size_t nedges = edges.size();
@@ -67,7 +69,9 @@ bool hrv_freq(std::span<const double> t, std::span<const double> rr, std::span<d
   // count as kept lines of frequency 0 (they add nothing to any band).
   if (!lomb_amplitudes(t, rr, freq.span(), amp.span())) return false;
   const uint32_t count = limit_freq(freq.span(), amp.span(), kMaxFrequency);
-  // Fewer than three kept lines: no band powers; results stay as they were.
+  // Fewer than three kept lines (a series spanning less than 0.625 s): no
+  // band powers, the results stay as they were and the caller reports
+  // status 4, rather than ending the process over it.
   if (count < kMinLines) return false;
   return band_powers(kBandEdges, freq.span().first(count), amp.span().first(count), results);
 }

@@ -244,7 +244,8 @@ bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std:
 
   // The lower half of the grid, up to the average Nyquist frequency, as
   // amplitudes whose squares sum to power in s^2. The divisor uses the full
-  // nout on purpose.
+  // nout on purpose. (Amplitudes are the only output form: no power or
+  // smoothed output is offered.)
   const std::size_t count = result.nout / 2;
   const double divisor = static_cast<double>(result.nout) / (2.0 * static_cast<double>(lomb_variance()));
   const OneBased<float> f = wk1.one_based();

@@ -61,6 +61,9 @@ void close_segment(StatNNBuffers& b, int32_t segment, int32_t nnseg, int32_t nbs
 }
 
 // Moves to the next segment; false when the series outgrows the buffers.
+// The segment bound (200 hours) is a precondition of the statistics: a
+// longer series gets NaN for all seven results, and results within the
+// bound are unaffected by the check.
 bool next_segment(Pass& p) {
   if (p.segment + 1 >= kMaxSegments) return false;
   p.segment += 1;

@@ -93,9 +93,7 @@ TEST(HrvBands, ModulatedSeriesPutTheirPowerInTheRightBand) {
     calcHrv(beats.data(), n, 1000, time.data(), freq.data(), &status);
     EXPECT_EQ(status, 0);
     const double share = freq[c.band] / freq[KELO_HRV_TOT_PWR];
-    std::printf("%.2f Hz: share %.4f, total %.6g s^2, SDNN^2 %.6g s^2\n", c.f, share, freq[KELO_HRV_TOT_PWR],
-                time[KELO_HRV_SDNN] * time[KELO_HRV_SDNN]);
-    EXPECT_GT(share, 0.9) << c.f;
+    EXPECT_GT(share, 0.9) << c.f;  // measured: 0.999, 0.994, 0.990
     // The amplitudes are normalised so that the power sums to about the
     // variance of the analysed intervals (nearly all of it lies below 0.4 Hz
     // here); a divisor of nout / 2 instead of nout would double it.
