@@ -6,6 +6,7 @@
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
 #include "keloecgsolver/heart_rate.h"
+#include "keloecgsolver/hrv.h"
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/lifecycle.h"
 #include "keloecgsolver/rt_nonfinite.h"
