@@ -1,5 +1,7 @@
 /* libkeloecgsolver: analysis of single-lead ECG recordings.
-   Umbrella header: includes every public header of the library. */
+   Umbrella header: includes every public header of the library except
+   hrv_diagnostics.h, whose `error` would clash with the C library's
+   <error.h>; include that one explicitly when you need it. */
 #ifndef KELOECGSOLVER_H
 #define KELOECGSOLVER_H
 
