@@ -122,6 +122,7 @@
 
   // ---- ECG ---------------------------------------------------------------
   let markersDrawn = 0;
+  let overview = null, tach = null;  // follow the ECG's view once made
   function drawWindows(u) {
     const ctx = u.ctx, { left, top, width, height } = u.bbox;
     const x0 = u.scales.x.min, x1 = u.scales.x.max;
@@ -182,7 +183,7 @@
 
   const ecg = new uPlot({
     width: widthOf("ecg"), height: 330,
-    scales: { x: { time: false, min: xMin, max: Math.min(xMax, xMin + 20) }, y: { range: () => yRange } },
+    scales: { x: { time: false }, y: { range: () => yRange } },
     series: [{ label: "time", value: (u, v) => v == null ? "–" : clock(v) },
       { label: "ECG", stroke: COLORS.ecg, width: 1, points: { show: false }, value: (u, v) => v == null ? "–" : v.toFixed(3) + " mV" }],
     axes: [timeAxis, axis({ label: "mV", labelSize: 18, size: 48 })],
@@ -191,6 +192,8 @@
     hooks: { drawClear: [drawWindows], draw: [drawMarkers], setScale: [(u, key) => { if (key === "x") onView(); }] },
   }, [ecgX, ecgY], document.getElementById("ecg"));
   plots.push(ecg);
+  // Open on the first 20 seconds: beats are visible one by one.
+  ecg.batch(() => ecg.setScale("x", { min: xMin, max: Math.min(xMax, xMin + 20) }));
 
   // Overview: min/max envelope of the whole excerpt in buckets.
   const buckets = Math.min(N, 1600);
@@ -202,7 +205,7 @@
     ovX[b] = ecgX[i0]; ovLo[b] = lo; ovHi[b] = hi;
   }
   let overviewClick = true;
-  const overview = new uPlot({
+  overview = new uPlot({
     width: widthOf("overview"), height: 70,
     scales: { x: { time: false, min: xMin, max: xMax }, y: { range: () => yRange } },
     series: [{}, { stroke: "#98a2b3", width: 1 }, { stroke: "#98a2b3", width: 1 }],
@@ -257,7 +260,7 @@
     setView(t - span / 2, t + span / 2);
   }
   function onView() {
-    overview.redraw(false);
+    if (overview) overview.redraw(false);
     if (tach) tach.redraw(false);
     const span = ecg.scales.x.max - ecg.scales.x.min;
     for (const b of document.querySelectorAll(".toolbar [data-span]")) {
@@ -313,7 +316,6 @@
   }
 
   // ---- tachogram -----------------------------------------------------------
-  let tach = null;
   if (peaks.length > 1) {
     const tx = new Float64Array(peaks.length - 1), ty = new Float64Array(peaks.length - 1);
     for (let i = 1; i < peaks.length; i++) { tx[i - 1] = peakT[i]; ty[i - 1] = (peaks[i] - peaks[i - 1]) / FS * 1e3; }

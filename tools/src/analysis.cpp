@@ -86,6 +86,7 @@ namespace {
 // Lomb amplitudes that calcHrv sums, kept up to the 0.4 Hz limit.
 Periodogram periodogram(std::span<const std::int32_t> peaks) {
   const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+  if (n < 3) return {};  // fewer than two analysed points: no grid
   std::vector<char> annotations(static_cast<std::size_t>(n));
   std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
   calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
@@ -101,17 +102,6 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
   return out;
 }
 
-// calcHrv has no error return: it must only see series that give a
-// frequency grid with lines below 0.4 Hz, or it would end the process.
-// The series it analyses leaves out the first interval and spans
-// t[n-1] - t[1]; the grid spacing is 1 / (4 * span).
-std::string hrv_precondition(std::span<const std::int64_t> peaks) {
-  if (peaks.size() < 5) return "too few beats for HRV (at least 5 needed)";
-  const double span = static_cast<double>(peaks[peaks.size() - 2] - peaks[1]) / kAnalysisRate;
-  if (span < 2.0) return "too few beats for HRV (they span less than 2 s)";
-  return {};
-}
-
 }  // namespace
 
 HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_periodogram) {
@@ -124,12 +114,6 @@ HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_per
     r.not_computed = q.r_peaks.size() < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
     return r;
   }
-  r.not_computed = hrv_precondition(q.r_peaks);
-  if (!r.not_computed.empty()) {
-    if (r.status == kSuccess) r.status = kNoUsableBeats;
-    return r;
-  }
-
   // calcHrv takes the 1-based positions within the excerpt, as detectWaves
   // gave them.
   std::vector<std::int32_t> peaks;
@@ -142,6 +126,7 @@ HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_per
     if (with_periodogram) r.periodogram = periodogram(peaks);
   }
   r.computed = true;
+  r.spectrum = status == kSuccess;
   r.status = status;
   if (q.excerpt_grade == 2) r.status = kClipped;
   if (q.excerpt_grade == 3) r.status = kIrregular;

@@ -102,6 +102,7 @@ struct HrvResult {
   QrsResult qrs;
   int status = kSuccess;
   bool computed = false;
+  bool spectrum = false;     // the frequency-domain results were formed
   std::string not_computed;  // why the statistics were not computed
   std::array<double, 7> time{};  // kTimeFields, 0 when not computed
   std::array<double, 6> freq{};  // kFreqFields, 0 when not computed

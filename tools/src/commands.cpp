@@ -114,7 +114,7 @@ int command_qrs(const CommonOptions& o, const std::string& file) {
   } else if (o.csv) {
     emit(o, beats_csv(p, q));
   } else {
-    emit(o, recording_text(p) + qrs_text(p, q) + beats_text(p, q));
+    emit(o, recording_text(p) + qrs_text(p, q, true) + beats_text(p, q));
   }
   return 0;
 }
@@ -128,8 +128,7 @@ int command_hrv(const CommonOptions& o, const std::string& file) {
   } else if (o.csv) {
     emit(o, csv_line(summary_header()) + csv_line(summary_row(p.recording.path, &p, &h.qrs, &h, nullptr, "")));
   } else {
-    emit(o, recording_text(p) + qrs_text(p, h.qrs) + "            (the R peaks are listed by keloecg qrs)\n" +
-                hrv_text(h));
+    emit(o, recording_text(p) + qrs_text(p, h.qrs, false) + hrv_text(h));
   }
   return 0;
 }

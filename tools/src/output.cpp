@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <sstream>
 
@@ -138,7 +139,7 @@ Json hrv_json(const HrvResult& h) {
     units[kTimeFields[i]] = kTimeUnits[i];
   }
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
-    freq[kFreqFields[i]] = h.computed ? nullable(h.freq[i]) : Json(nullptr);
+    freq[kFreqFields[i]] = h.spectrum ? nullable(h.freq[i]) : Json(nullptr);
     units[kFreqFields[i]] = kFreqUnits[i];
   }
   j["time_domain"] = std::move(time);
@@ -191,7 +192,9 @@ std::string recording_text(const Prepared& p) {
   out << "Recording   " << r.path;
   std::string lead = r.lead_name().empty() ? "lead " + std::to_string(r.lead_index)
                                            : "lead " + std::to_string(r.lead_index) + " " + r.lead_name();
-  out << " (" << (r.name.empty() ? "" : "record " + r.name + ", ") << lead << ")\n";
+  // The record name only when the file name does not already say it.
+  const bool named = !r.name.empty() && std::filesystem::path(r.path).stem().string() != r.name;
+  out << " (" << (named ? "record " + r.name + ", " : "") << lead << ")\n";
   out << "            " << r.format << ", " << number(r.fs) << " Hz, " << clock_text(r.duration_s()) << ", "
       << r.samples.size() << " samples";
   if (p.resampled()) out << ", resampled to 200 Hz (" << p.samples.size() << " samples)";
@@ -200,7 +203,7 @@ std::string recording_text(const Prepared& p) {
   return out.str();
 }
 
-std::string qrs_text(const Prepared& p, const QrsResult& q) {
+std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   (void)p;
   std::ostringstream out;
   out << "Excerpt     " << clock_text(q.excerpt.start_s()) << " to " << clock_text(q.excerpt.start_s() + q.excerpt.duration_s())
@@ -216,7 +219,7 @@ std::string qrs_text(const Prepared& p, const QrsResult& q) {
   } else {
     out << "none (fewer than two R peaks)\n";
   }
-  out << "R peaks     " << q.r_peaks.size() << "\n";
+  out << "R peaks     " << q.r_peaks.size() << (beats_listed ? "" : " (listed by keloecg qrs, or with --json or --csv)") << "\n";
   out << "Grade       " << q.excerpt_grade << " " << excerpt_grade_text(q.excerpt_grade);
   if (!q.full_scale) out << " (clipping not tested: full scale unknown, give --full-scale)";
   else out << " (full scale " << number(*q.full_scale, 4) << " mV)";
@@ -276,6 +279,10 @@ std::string hrv_text(const HrvResult& h) {
         << pad(number(h.time[i], 6) + (unit == "s" ? " s" : ""), 14, true) << "  " << friendly(unit, h.time[i]) << "\n";
   }
   out << "Frequency domain (Lomb periodogram)\n";
+  if (!h.spectrum) {
+    out << "  not formed: no spectral line below 0.4 Hz\n";
+    return out.str();
+  }
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
     const std::string unit = kFreqUnits[i];
     out << "  " << pad(kFreqFields[i], 9) << pad(kFreqLabels[i], 36)
@@ -370,7 +377,7 @@ std::vector<std::string> summary_row(const std::string& file, const Prepared* p,
   }
   row.push_back(hrv ? std::to_string(hrv->status) : "");
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) row.push_back(hrv && hrv->computed ? csv_number(hrv->time[i]) : "");
-  for (std::size_t i = 0; i < kFreqFields.size(); ++i) row.push_back(hrv && hrv->computed ? csv_number(hrv->freq[i]) : "");
+  for (std::size_t i = 0; i < kFreqFields.size(); ++i) row.push_back(hrv && hrv->spectrum ? csv_number(hrv->freq[i]) : "");
   if (v) {
     const auto& c = v->match.counts;
     row.insert(row.end(), {std::to_string(c.references()), std::to_string(c.true_positives),

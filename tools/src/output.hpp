@@ -25,7 +25,7 @@ Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs
 
 // Text for people.
 std::string recording_text(const Prepared& p);
-std::string qrs_text(const Prepared& p, const QrsResult& q);
+std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed);
 std::string beats_text(const Prepared& p, const QrsResult& q);
 std::string hrv_text(const HrvResult& h);
 // One row per record and, with several, a total row.
