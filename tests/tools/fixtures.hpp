@@ -76,7 +76,8 @@ inline std::vector<std::uint8_t> pack_16(const std::vector<int>& stream) {
 }
 
 // A WFDB record `name` in `dir` with the given signals (ADC units), all in
-// one .dat file of the given format (212 or 16).
+// one .dat file of the given format (212 or 16); the ADC zero is the
+// baseline.
 inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int format, double fs,
                            const std::vector<std::vector<int>>& signals, const std::vector<std::string>& names,
                            double gain = 200.0, int baseline = 0, int adc_bits = 12) {
@@ -91,7 +92,7 @@ inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int for
   for (std::size_t s = 0; s < signals.size(); ++s) {
     unsigned sum = 0;
     for (int v : signals[s]) sum += static_cast<unsigned>(v);
-    hea << name << ".dat " << format << " " << gain << "(" << baseline << ") " << adc_bits << " 0 "
+    hea << name << ".dat " << format << " " << gain << "(" << baseline << ") " << adc_bits << " " << baseline << " "
         << signals[s][0] << " " << static_cast<std::int16_t>(sum & 0xFFFF) << " 0 " << names[s] << "\n";
   }
   write_text(dir / (name + ".hea"), hea.str());

@@ -63,7 +63,7 @@ constexpr const char* kFooter =
     "CSV/text (one column or --lead), raw little-endian float32/float64 (.f32/.f64, with --fs).\n"
     "Recordings at other rates are resampled to 200 Hz; positions are given at 200 Hz and at the\n"
     "original rate, 0-based in the whole recording.\n"
-    "Exit status: 0 done, 2 a problem with the input (one line on standard error names it).";
+    "Exit status: 0 done, 2 a problem with the input (one line on standard error names it).\n";
 
 }  // namespace
 
@@ -73,6 +73,10 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("keloecg ") + KELO_VERSION);
   app.footer(kFooter);
   app.require_subcommand(1);
+  // Usage errors read like every other error: one line, exit status 2.
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return std::string("keloecg: error: ") + e.what() + " (see keloecg --help)\n";
+  });
 
   CommonOptions o;
   // Each subcommand has its own option objects; the one that ran counts.
