@@ -407,8 +407,9 @@
       sdnnidx: "mean of 5-minute SDs", rmssd: "RMS of successive differences", pnn50: "successive differences > 50 ms" };
     for (const [k, label] of Object.entries(TL)) {
       const v = hrv.time_domain[k], u = hrv.units[k];
-      row(k, label, v == null ? "–" : num(v, 6), u === "fraction" ? "" : u,
-        v == null ? "" : u === "s" ? fixed(v * 1e3, 1) + " ms" : u === "fraction" ? fixed(v * 100, 2) + " %" : "");
+      const note = k === "sdann" && v === 0 ? "not formed: needs two 5-minute segments"
+        : v == null ? "" : u === "s" ? fixed(v * 1e3, 1) + " ms" : u === "fraction" ? fixed(v * 100, 2) + " %" : "";
+      row(k, label, v == null ? "–" : num(v, 6), u === "fraction" ? "" : u, note);
     }
     section("HRV, frequency domain (Lomb periodogram)");
     const FL = { tot_pwr: "total power, 0–0.4 Hz", ulf_pwr: "ULF power, 0–0.0033 Hz", vlf_pwr: "VLF power, 0.0033–0.04 Hz",

@@ -273,10 +273,18 @@ std::string hrv_text(const HrvResult& h) {
     return out.str();
   }
   out << "Time domain\n";
+  auto line = [&](const char* key, const char* label, const std::string& value, const std::string& extra) {
+    std::string l = "  " + pad(key, 9) + pad(label, 36) + pad(value, 14, true) + "  " + extra;
+    l.erase(l.find_last_not_of(' ') + 1);
+    out << l << "\n";
+  };
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) {
     const std::string unit = kTimeUnits[i];
-    out << "  " << pad(kTimeFields[i], 9) << pad(kTimeLabels[i], 36)
-        << pad(number(h.time[i], 6) + (unit == "s" ? " s" : ""), 14, true) << "  " << friendly(unit, h.time[i]) << "\n";
+    std::string extra = friendly(unit, h.time[i]);
+    // The library reports an SDANN it cannot form (fewer than two 5-minute
+    // segments) as 0.
+    if (i == 3 && h.time[i] == 0.0) extra = "(not formed: needs two 5-minute segments)";
+    line(kTimeFields[i], kTimeLabels[i], number(h.time[i], 6) + (unit == "s" ? " s" : ""), extra);
   }
   out << "Frequency domain (Lomb periodogram)\n";
   if (!h.spectrum) {
@@ -285,9 +293,7 @@ std::string hrv_text(const HrvResult& h) {
   }
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
     const std::string unit = kFreqUnits[i];
-    out << "  " << pad(kFreqFields[i], 9) << pad(kFreqLabels[i], 36)
-        << pad(number(h.freq[i], 6) + (unit == "s^2" ? " s^2" : ""), 14, true) << "  " << friendly(unit, h.freq[i])
-        << "\n";
+    line(kFreqFields[i], kFreqLabels[i], number(h.freq[i], 6) + (unit == "s^2" ? " s^2" : ""), friendly(unit, h.freq[i]));
   }
   return out.str();
 }
