@@ -4,6 +4,7 @@
 #define KELOECGSOLVER_H
 
 #include "keloecgsolver/checks.h"
+#include "keloecgsolver/classify.h"
 #include "keloecgsolver/emx_array.h"
 #include "keloecgsolver/heart_rate.h"
 #include "keloecgsolver/kernels.h"
