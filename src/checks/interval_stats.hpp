@@ -25,6 +25,12 @@
 
 namespace kelo::checks {
 
+// Element k (1-based) of an array, span or vector.
+template <class Array>
+auto& at(Array& a, int64_t k) {
+  return a[static_cast<std::size_t>(k - 1)];
+}
+
 struct MaxAt {
   double value;
   int32_t index;  // 1-based

@@ -15,6 +15,8 @@
 
 namespace {
 
+using kelo::checks::at;
+
 constexpr std::size_t kLongLength = KELO_CHECK_LENGTH;
 constexpr std::size_t kShortLength = KELO_CHECK_SHORT_LENGTH;
 
@@ -49,12 +51,11 @@ int32_t remove_marked(const BeatList& list, int32_t count) {
   const int32_t before = count;
   int32_t j = 1;
   while (j <= before) {
-    if (list.classes[static_cast<std::size_t>(j - 1)] == kRemoveClass) {
+    if (at(list.classes, j) == kRemoveClass) {
       --count;
       for (int32_t i = j; i <= count; ++i) {
-        const auto to = static_cast<std::size_t>(i - 1);
-        list.positions[to] = list.positions[to + 1];
-        list.classes[to] = list.classes[to + 1];
+        at(list.positions, i) = at(list.positions, i + 1);
+        at(list.classes, i) = at(list.classes, i + 1);
       }
       if (j > count) break;
       ++j;
@@ -71,7 +72,7 @@ int32_t remove_marked(const BeatList& list, int32_t count) {
 bool mark_interval(const BeatList& list, int32_t k) {
   bool marked = false;
   for (const int32_t beat : {k, k + 1}) {
-    int32_t& cls = list.classes[static_cast<std::size_t>(beat - 1)];
+    int32_t& cls = at(list.classes, beat);
     if (cls != kProtectedClass) {
       cls = kRemoveClass;
       marked = true;
@@ -99,12 +100,11 @@ void clean_beats(const BeatList& list, int32_t& count, std::span<bool> flags,
     // All flags from this iteration's intervals, before anything moves. The
     // last interval is never flagged.
     for (int32_t k = 1; k <= beats - 2; ++k) {
-      flags[static_cast<std::size_t>(k - 1)] =
-          s.mean - kShortSds * s.sd > s.intervals[static_cast<std::size_t>(k - 1)];
+      at(flags, k) = s.mean - kShortSds * s.sd > at(s.intervals, k);
     }
     // The flags keep their indices while the list shifts under them.
     for (int32_t k = 1; k <= beats - 2; ++k) {
-      if (!flags[static_cast<std::size_t>(k - 1)]) continue;
+      if (!at(flags, k)) continue;
       if (mark_interval(list, k)) changed = true;
       count = remove_marked(list, count);
     }
@@ -139,9 +139,7 @@ template <std::size_t Length>
 IntervalSummary summarise_fixed(const RrFixedBuffers<Length>& buf, std::span<const int32_t> positions,
                                 int32_t beats) {
   using namespace kelo::checks;
-  for (int32_t k = 0; k < beats; ++k) {
-    buf.positions[static_cast<std::size_t>(k)] = static_cast<double>(positions[static_cast<std::size_t>(k)]);
-  }
+  std::copy_n(positions.begin(), beats, buf.positions.begin());  // as doubles
   m_calcDiff<double>(buf.positions, beats, buf.intervals);
   const int32_t m = beats - 1;
   const std::span<const double> intervals = buf.intervals;
@@ -181,16 +179,13 @@ IntervalSummary summarise_records(RrRecordWork& work, std::span<const int32_t> p
   const int32_t m = beats - 1;
   kelo::resize_column(work.intervals.get(), beats);
   const std::span<double> d = work.intervals.span();
-  for (int32_t k = 0; k < beats; ++k) d[static_cast<std::size_t>(k)] = positions[static_cast<std::size_t>(k)];
-  for (int32_t k = 0; k < m; ++k) {
-    const auto i = static_cast<std::size_t>(k);
-    d[i] = d[i + 1] - d[i];
-  }
+  std::copy_n(positions.begin(), beats, d.begin());  // as doubles
+  for (int32_t k = 1; k <= m; ++k) at(d, k) = at(d, k + 1) - at(d, k);
   double sum = 0.0;
-  for (int32_t k = 0; k < m; ++k) sum += d[static_cast<std::size_t>(k)];
+  for (int32_t k = 1; k <= m; ++k) sum += at(d, k);
   const double mean = sum / static_cast<double>(m);
   double squares = 0.0;
-  for (int32_t k = 0; k < m; ++k) squares += rt_pow_snf(d[static_cast<std::size_t>(k)] - mean, 2.0);
+  for (int32_t k = 1; k <= m; ++k) squares += rt_pow_snf(at(d, k) - mean, 2.0);
   const double sd = std::sqrt(1.0 / static_cast<double>(m - 1) * squares);
 
   kelo::resize_column(work.sorted.get(), m);

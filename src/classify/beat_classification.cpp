@@ -140,6 +140,10 @@ int32_t template_length(Window win, int32_t length) {
 
 template <std::size_t Length, class Source>
 void classify_fixed(const Source& source, const int32_t* rpeaks, int32_t nbeats, int32_t* classes) {
+  // The class array has one entry per sample, so it cannot describe more
+  // beats than that: further beats are ignored rather than written past its
+  // end. Positions outside the signal need no check, they never have a full
+  // window.
   const auto count = static_cast<std::size_t>(std::clamp(nbeats, 0, static_cast<int32_t>(Length)));
   std::array<double, 2 * kFixedWindow.half + 1> tmpl;
   classify_beats(source, static_cast<int32_t>(Length), {rpeaks, count}, {classes, Length}, kFixedWindow,

@@ -51,7 +51,7 @@ SlopeRange slopes(std::span<const double> x, int64_t first, int64_t last) {
   const int64_t lo = std::max<int64_t>(first, 1);
   const int64_t hi = std::min<int64_t>(last, static_cast<int64_t>(x.size()) - 1);
   for (int64_t j = lo; j <= hi; ++j) {
-    const double d = x[static_cast<std::size_t>(j)] - x[static_cast<std::size_t>(j - 1)];
+    const double d = at(x, j + 1) - at(x, j);
     if (d > s.max) s.max = d;
     if (d < s.min) s.min = d;
   }
@@ -66,7 +66,7 @@ BeatStats beat_stats(std::span<const double> x, std::span<const int32_t> r, int3
                      RefineWork& work) {
   BeatStats st{};
   for (int32_t i = 1; i <= n - 1; ++i) {
-    work.rr[static_cast<std::size_t>(i - 1)] = kelo::sat_sub(r[static_cast<std::size_t>(i)], r[static_cast<std::size_t>(i - 1)]);
+    at(work.rr, i) = kelo::sat_sub(at(r, i + 1), at(r, i));
   }
   st.mRR = m_calcMean(work.rr, 1, n - 1);
   st.sRR = m_calcSd(work.rr, 1, n - 1, st.mRR);
@@ -74,11 +74,11 @@ BeatStats beat_stats(std::span<const double> x, std::span<const int32_t> r, int3
   // Beats without a full window keep amplitude 0 and still count.
   work.amplitude.fill(0.0);
   for (int32_t k = 1; k <= n; ++k) {
-    const int32_t rk = r[static_cast<std::size_t>(k - 1)];
+    const int32_t rk = at(r, k);
     if (kelo::sat_sub(rk, w) > 0 && kelo::sat_add(rk, w) <= m_length()) {
       const int32_t lo = m_max(1.0, kelo::sat_sub(rk, w));
       const int32_t hi = m_min(kelo::sat_add(rk, w), static_cast<double>(m_length()));
-      work.amplitude[static_cast<std::size_t>(k - 1)] = amplitude(x, lo, hi);
+      at(work.amplitude, k) = amplitude(x, lo, hi);
     }
   }
   st.mA = m_calcMean(work.amplitude, 1, n);
@@ -87,11 +87,11 @@ BeatStats beat_stats(std::span<const double> x, std::span<const int32_t> r, int3
   work.slope_max.fill(0.0);
   work.slope_min.fill(0.0);
   for (int32_t k = 1; k <= n; ++k) {
-    const int32_t rk = r[static_cast<std::size_t>(k - 1)];
+    const int32_t rk = at(r, k);
     if (kelo::sat_sub(rk, w) <= 0) continue;
     const SlopeRange s = slopes(x, kelo::sat_sub(rk, w), rk);
-    work.slope_max[static_cast<std::size_t>(k - 1)] = s.max;
-    work.slope_min[static_cast<std::size_t>(k - 1)] = s.min;
+    at(work.slope_max, k) = s.max;
+    at(work.slope_min, k) = s.min;
     st.vote += m_b_max(std::fabs(s.max), std::fabs(s.min)).index == 1 ? 1 : -1;
   }
   // Downward complexes still take the maximum slopes, from the second beat
@@ -120,8 +120,8 @@ Candidate search_gap(std::span<const double> x, int32_t ri, int32_t rnext, int32
   // Candidate amplitudes; at most one per array entry.
   int32_t m = 0;
   for (int64_t p = start; p <= kelo::sat_sub(rnext, w2) && m < kLength; ++p) {
-    work.amplitude[static_cast<std::size_t>(m)] = amplitude(x, p - w, p + w);
     ++m;
+    at(work.amplitude, m) = amplitude(x, p - w, p + w);
   }
   const double best = m_c_max(work.amplitude);
   const int32_t idx = m_findIdx(work.amplitude, 1, m, best);
@@ -130,9 +130,9 @@ Candidate search_gap(std::span<const double> x, int32_t ri, int32_t rnext, int32
   int32_t s = 0;
   for (int64_t p = start; p <= kelo::sat_sub(rnext, w) && s < kLength; ++p) {
     const SlopeRange range = slopes(x, p - w, p);
-    work.slope_max[static_cast<std::size_t>(s)] = range.max;
-    work.slope_min[static_cast<std::size_t>(s)] = range.min;
     ++s;
+    at(work.slope_max, s) = range.max;
+    at(work.slope_min, s) = range.min;
   }
   const double slope = vote >= 0 ? m_c_max(work.slope_max) : m_b_min(work.slope_min);
   return {best, idx, slope};
@@ -154,9 +154,9 @@ int32_t refine_pass(std::span<const double> x, std::span<int32_t> beats, int32_t
   const double minHalf = st.mRR - kHalfGapSds * st.sRR;
   int32_t added = 0;
   for (int32_t i = 1; i <= n - 1; ++i) {
-    if (!(work.rr[static_cast<std::size_t>(i - 1)] > st.mRR + kLongGapSds * st.sRR)) continue;
-    const int32_t ri = beats[static_cast<std::size_t>(i - 1)];
-    const int32_t rnext = beats[static_cast<std::size_t>(i)];
+    if (!(at(work.rr, i) > st.mRR + kLongGapSds * st.sRR)) continue;
+    const int32_t ri = at(beats, i);
+    const int32_t rnext = at(beats, i + 1);
     const Candidate c = search_gap(x, ri, rnext, w, st.vote, work);
     if (!accepted(c, st)) continue;
     // The beat goes to the largest sample of the window that ends at the
@@ -166,7 +166,7 @@ int32_t refine_pass(std::span<const double> x, std::span<int32_t> beats, int32_t
     if (kelo::sat_sub(pstar, ri) > minHalf && kelo::sat_sub(rnext, pstar) > minHalf) {
       if (n + added >= kLength) continue;  // no slot left: the beat is dropped
       ++added;
-      beats[static_cast<std::size_t>(n + added - 1)] = pstar;
+      at(beats, n + added) = pstar;
     }
   }
   return added;
@@ -186,7 +186,9 @@ KELO_API void refineQrsDetection(const double x[KELO_REFINE_LENGTH],
                                  const int32_t beatsIn[KELO_REFINE_LENGTH], int32_t n, int32_t fs,
                                  int32_t beatsOut[KELO_REFINE_LENGTH], int32_t* count) {
   if (x == nullptr || beatsIn == nullptr || beatsOut == nullptr || count == nullptr) return;
-  // The list cannot hold more beats than its length.
+  // The list cannot hold more beats than its length. *count only ever
+  // reports the input count: the beats found are the entries of beatsOut
+  // that beatsIn does not have (the header says so to callers).
   n = std::min(n, kLength);
   *count = n;
   std::copy_n(beatsIn, kLen, beatsOut);

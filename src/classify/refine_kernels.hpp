@@ -24,6 +24,12 @@ inline constexpr int32_t kLength = 36000;
 // The signal length every search is bounded by.
 constexpr int32_t m_length() { return kLength; }
 
+// Element k (1-based) of an array, span or vector.
+template <class Array>
+auto& at(Array& a, int64_t k) {
+  return a[static_cast<std::size_t>(k - 1)];
+}
+
 // a / b rounded half away from zero, as int32 (saturating).
 inline int32_t m_mrdivide(int32_t a, double b) {
   return kelo::round_to_int32(static_cast<double>(a) / b);
