@@ -57,12 +57,9 @@ int32_t remove_marked(const BeatList& list, int32_t count) {
         at(list.positions, i) = at(list.positions, i + 1);
         at(list.classes, i) = at(list.classes, i + 1);
       }
-      if (j > count) break;
-      ++j;
-    } else {
-      if (j > count) break;
-      ++j;
     }
+    if (j > count) break;
+    ++j;
   }
   return count;
 }
