@@ -3,6 +3,7 @@
 #ifndef KELOECGSOLVER_H
 #define KELOECGSOLVER_H
 
+#include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
 #include "keloecgsolver/heart_rate.h"
 #include "keloecgsolver/kernels.h"

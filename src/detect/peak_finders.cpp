@@ -1,0 +1,94 @@
+// Peak finders of the QRS detector and the exported absolute-value kernel.
+#include "detect/peak_finders.hpp"
+
+#include <cmath>
+#include <vector>
+
+#include "keloecgsolver/detect.h"
+#include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/emx.hpp"
+
+namespace kelo::detect {
+
+Peak m_findsmallpeak(std::span<const double> x) {
+  Peak peak{rtMinusInf, rtMinusInf};
+  for (std::size_t k = 1; k + 1 < x.size(); ++k) {
+    if (is_local_max(x, k) && x[k] > peak.amplitude) {
+      peak.position = static_cast<double>(k + 1);
+      peak.amplitude = x[k];
+    }
+  }
+  return peak;
+}
+
+Peak m_b_findsmallpeak(const RefineWindow& x) { return m_findsmallpeak(x); }
+
+Peak m_findbigpeak(std::span<const double> x) {
+  Peak peak{rtMinusInf, rtMinusInf};
+  const std::size_t length = x.size();
+  // minima(j) is the last local minimum before the j-th maximum (1.0, the
+  // first sample, when there is none); maxima(j) the j-th maximum (0.0 for
+  // an unused slot). Both hold 1-based positions; slot j is index j - 1.
+  std::vector<double> minima(length, 1.0);
+  std::vector<double> maxima(length, 0.0);
+  std::size_t j = 0;
+  for (std::size_t k = 1; k + 1 < length; ++k) {
+    // Local maxima are never adjacent, so j stays below length.
+    if (is_local_min(x, k)) minima[j] = static_cast<double>(k + 1);
+    if (is_local_max(x, k)) {
+      maxima[j] = static_cast<double>(k + 1);
+      ++j;
+    }
+  }
+  // No minimum after the last maximum: the last sample is the right foot.
+  if (j < length && minima[j] == 1.0) minima[j] = static_cast<double>(length);
+
+  for (std::size_t i = 0; i < length; ++i) {
+    // A maximum needs a right foot; slot i + 1 past the end never has one.
+    if (maxima[i] == 0.0 || i + 1 >= length || minima[i + 1] == 1.0) continue;
+    const double top = x[static_cast<std::size_t>(maxima[i]) - 1];
+    const double leftFoot = x[static_cast<std::size_t>(minima[i]) - 1];
+    const double rightFoot = x[static_cast<std::size_t>(minima[i + 1]) - 1];
+    // The fall after the peak weighs 1.3 against 1.0 for the rise into it.
+    const double score = 1.3 * (top - rightFoot) + (top - leftFoot);
+    if (score > peak.amplitude) {
+      peak.amplitude = score;
+      peak.position = maxima[i];
+    }
+  }
+  if (peak.position > 0.0) peak.amplitude = x[static_cast<std::size_t>(peak.position) - 1];
+  return peak;
+}
+
+void m_eml_li_find(const emxArray_boolean_T* mask, emxArray_int32_T* indices) {
+  auto all = elements(mask);
+  std::size_t length = 0;
+  if (mask != nullptr && mask->numDimensions >= 1) {
+    const int32_t extent = mask->numDimensions >= 2 ? mask->size[1] : mask->size[0];
+    length = extent > 0 ? static_cast<std::size_t>(extent) : 0;
+  }
+  if (length > all.size()) length = all.size();
+  int32_t count = 0;
+  for (std::size_t k = 0; k < length; ++k) count += all[k] ? 1 : 0;
+  if (!resize_row(indices, count)) return;
+  auto out = elements(indices);
+  std::size_t j = 0;
+  for (std::size_t k = 0; k < length && j < out.size(); ++k)
+    if (all[k]) out[j++] = static_cast<int32_t>(k + 1);
+}
+
+}  // namespace kelo::detect
+
+extern "C" {
+
+KELO_API void m_abs(const emxArray_real_T* x, emxArray_real_T* y) {
+  if (x == nullptr || y == nullptr || x->numDimensions < 1 || x->size == nullptr) return;
+  const int32_t n = x->size[0] < 0 ? 0 : x->size[0];
+  if (!kelo::resize_column(y, n)) return;
+  auto in = kelo::elements(x);
+  auto out = kelo::elements(y);
+  // Clearing the sign bit: -0 becomes +0 and a NaN stays NaN.
+  for (std::size_t k = 0; k < out.size() && k < in.size(); ++k) out[k] = std::fabs(in[k]);
+}
+
+}  // extern "C"
