@@ -1,0 +1,152 @@
+// Internal interface of the heart-rate-variability unit: buffer helpers,
+// the holders of the unit's static state, and the span-based cores behind
+// the exported routines. Everything here has hidden visibility; the library
+// calls these cores directly, never its own exported names, so that no
+// other definition of a name such as error or four1 can be reached by
+// symbol interposition.
+#pragma once
+
+#include <array>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <span>
+
+namespace kelo::hrv {
+
+// ---- buffers -------------------------------------------------------------
+
+// View of elements 1..n of a buffer of n + 1 values, for the routines that
+// are written with 1-based indices. Element 0 is never touched.
+template <class T>
+class OneBased {
+ public:
+  OneBased(T* storage, std::size_t n) : storage_(storage), n_(n) {}
+  T& operator[](std::size_t k) const {
+    assert(k >= 1 && k <= n_);
+    return storage_[k];
+  }
+  std::size_t size() const { return n_; }
+  // The same buffer restricted to elements 1..n (n <= size()).
+  OneBased first(std::size_t n) const {
+    assert(n <= n_);
+    return OneBased(storage_, n);
+  }
+
+ private:
+  T* storage_;
+  std::size_t n_;
+};
+
+struct FreeDeleter {
+  void operator()(void* p) const noexcept { std::free(p); }
+};
+
+// A zero-filled, calloc-obtained array that frees itself. Allocation
+// failures are reported through ok() instead of an exception, because the
+// callers sit behind a C interface.
+template <class T>
+class CArray {
+ public:
+  static CArray zeroed(std::size_t n) {
+    CArray a;
+    a.n_ = n;
+    if (n > 0) a.p_.reset(static_cast<T*>(std::calloc(n, sizeof(T))));
+    return a;
+  }
+  bool ok() const { return n_ == 0 || p_ != nullptr; }
+  std::span<T> span() const { return ok() && n_ > 0 ? std::span<T>(p_.get(), n_) : std::span<T>(); }
+  // The array as a 1-based buffer: elements 1..size() - 1 (size() >= 1).
+  OneBased<T> one_based() const { return OneBased<T>(p_.get(), n_ - 1); }
+
+ private:
+  std::unique_ptr<T[], FreeDeleter> p_;
+  std::size_t n_ = 0;
+};
+
+// ---- static state ----------------------------------------------------------
+// Each piece of state that outlives a call sits behind one accessor, so that
+// it can later be made per-thread without touching the algorithms.
+
+inline constexpr int32_t kMaxSegments = 2400;  // 300 s each: 200 hours
+
+// Work buffers of the time-domain statistics, reset on every call.
+struct StatNNBuffers {
+  std::array<double, kMaxSegments> ratbuf;  // NN / all intervals per closed segment, 0 = not closed
+  std::array<double, kMaxSegments> avbuf;   // sum of NN, then mean
+  std::array<double, kMaxSegments> sdbuf;   // sum of NN^2, then standard deviation
+  std::array<double, 10> nndif;             // successive-difference thresholds (s)
+  std::array<int32_t, 10> nnx;              // counts above each threshold
+};
+StatNNBuffers& stat_nn_buffers();
+
+// Scratch values of the square, maximum and minimum helpers of the Lomb code.
+struct LombScratch {
+  float sqrarg;
+  long lmaxarg1, lmaxarg2;
+  long lminarg1, lminarg2;
+};
+LombScratch& lomb_scratch();
+
+// Where the variance of the last analysed series is stored: the exported
+// global pwr.
+float& lomb_variance();
+
+// Diagnostic sink of the Lomb code (the exported error() forwards here).
+void report(const char* message);
+
+// ---- time domain -------------------------------------------------------------
+
+// Interval series of rpeaks.size() - 1 intervals into ann, t and rr (each of
+// that many elements).
+void interval_series(std::span<const int32_t> rpeaks, int32_t fs, std::span<char> ann,
+                     std::span<double> t, std::span<double> rr);
+
+// The 7 statistics of the series (t, rr, ann of equal length). Returns false,
+// with all results NaN, when an interval time lies beyond kMaxSegments
+// segments.
+bool stat_nn(std::span<const double> t, std::span<const double> rr, std::span<const char> ann,
+             std::span<double, 7> results);
+
+// ---- Lomb periodogram --------------------------------------------------------
+
+inline constexpr int kMacc = 4;  // extirpolation order
+
+struct FasperResult {
+  std::size_t nout = 0;
+  std::size_t jmax = 0;
+  float prob = 1.0f;
+};
+
+// Fast Lomb periodogram of x[1..n], y[1..n] into wk1[1..nwk], wk2[1..nwk].
+// Returns false (after reporting) when the workspaces are too small.
+bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float hifac,
+            OneBased<float> wk1, OneBased<float> wk2, FasperResult& result);
+void spread(float y, OneBased<float> yy, float x, int m);
+void avevar(OneBased<const float> data, float& ave, float& var);
+void realft(OneBased<float> data, int isign);  // data.size() a power of two >= 2
+void four1(OneBased<float> data, int isign);   // data.size() = 2 * a power of two
+void zeromean(std::span<float> y);
+
+// Frequencies and amplitudes of the n - 1 intervals rr[1..n-1] (n >= 3) into
+// the first 2 (n - 1) entries of freq and amp (each at least that long).
+// Returns false, writing nothing, when the work buffers cannot be allocated.
+bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std::span<double> freq,
+                     std::span<double> amp);
+
+// ---- band powers ---------------------------------------------------------------
+
+inline constexpr int32_t kMaxBands = 10;
+
+// Frequency-domain results of the series; false when they cannot be formed
+// (the caller reports status 4).
+bool hrv_freq(std::span<const double> t, std::span<const double> rr, std::span<double, 6> results);
+uint32_t limit_freq(std::span<double> freq, std::span<double> amp, double fmax);
+// False, writing nothing, for a bad band table or fewer than three lines;
+// results must hold edges.size() / 2 + 2 values.
+bool band_powers(std::span<const double> edges, std::span<const double> freq,
+                 std::span<const double> amp, std::span<double> results);
+
+}  // namespace kelo::hrv

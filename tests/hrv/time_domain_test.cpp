@@ -1,0 +1,133 @@
+// RR series and time-domain statistics on series worked out by hand.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "hrv/hrv_support.hpp"
+#include "keloecgsolver/hrv.h"
+
+namespace {
+
+using Results = std::array<double, 7>;
+
+struct Series {
+  std::vector<char> ann;
+  std::vector<double> t, rr;
+};
+
+Series series_of(const std::vector<int32_t>& intervals) {  // at 200 Hz
+  const std::vector<int32_t> beats = kelo::test::beats_from_intervals(intervals);
+  const auto n = static_cast<int32_t>(intervals.size());
+  Series s{std::vector<char>(n), std::vector<double>(n), std::vector<double>(n)};
+  calcRR(beats.data(), n, 200, s.ann.data(), s.t.data(), s.rr.data());
+  return s;
+}
+
+Results time_results(const Series& s, int32_t* status = nullptr) {
+  Results r;
+  r.fill(-99.0);
+  calcHrvTime(s.t.data(), s.rr.data(), s.ann.data(), static_cast<int32_t>(s.t.size()), r.data(), status);
+  return r;
+}
+
+std::string text(const Results& r) {  // "%g" of each result, NaN as "nan"
+  std::string out;
+  for (double v : r) out += (out.empty() ? "" : " ") + (std::isnan(v) ? std::string("nan") : std::to_string(v));
+  return out;
+}
+
+TEST(HrvTime, IntervalSeriesMidpointsAndSaturation) {
+  const Series s = series_of({160, 170, 150});
+  EXPECT_EQ(s.ann, (std::vector<char>{'N', 'N', 'N'}));
+  EXPECT_EQ(s.rr, (std::vector<double>{0.8, 0.85, 0.75}));
+  EXPECT_EQ(s.t, (std::vector<double>{0.0, (0.8 + 0.85) / 2, (0.8 + 0.85) / 2 + (0.85 + 0.75) / 2}));
+  const int32_t extremes[] = {INT32_MIN, INT32_MAX};
+  char ann;
+  double t, rr;
+  calcRR(extremes, 1, 1, &ann, &t, &rr);
+  EXPECT_EQ(rr, 2147483647.0);  // saturated, not wrapped to -1
+}
+
+TEST(HrvTime, AllNormalSeriesByHand) {
+  // rr = 0.8 | 0.85 0.75 0.9 0.8: interval 0 is never NN.
+  const Series s = series_of({160, 170, 150, 180, 160});
+  int32_t status = -1;
+  const Results r = time_results(s, &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_DOUBLE_EQ(r[KELO_HRV_NN_RR], 4.0 / 5.0);
+  EXPECT_NEAR(r[KELO_HRV_AVNN], 0.825, 1e-15);
+  EXPECT_NEAR(r[KELO_HRV_SDNN], std::sqrt(0.0125 / 3), 1e-12);
+  // Shorter than 300 s: one segment, so SDANN is not formed (0 after the
+  // driver, -1 before) and the SDNN index is that segment's SDNN.
+  EXPECT_EQ(r[KELO_HRV_SDANN], 0.0);
+  EXPECT_DOUBLE_EQ(r[KELO_HRV_SDNNIDX], r[KELO_HRV_SDNN]);
+  // n - 2 = 3 differences: -0.1 0.15 -0.1.
+  EXPECT_NEAR(r[KELO_HRV_RMSSD], std::sqrt((0.01 + 0.0225 + 0.01) / 3), 1e-12);
+  EXPECT_EQ(r[KELO_HRV_PNN50], 1.0);
+  Results raw;
+  calcStatNN(s.t.data(), s.rr.data(), s.ann.data(), 5, raw.data());
+  EXPECT_EQ(raw[KELO_HRV_SDANN], -1.0);
+}
+
+TEST(HrvTime, DifferenceOfExactly50msIsNotCounted) {
+  // 0.5 -> 0.55 is 0.050000000000000044 in doubles and 0.8 -> 0.85 is
+  // 0.04999999999999993: neither counts; 0.55 -> 0.8 does, and so does
+  // 0.8 -> 0.855 (55 ms).
+  EXPECT_DOUBLE_EQ(time_results(series_of({100, 100, 110, 160, 170, 171}))[KELO_HRV_PNN50], 0.25);
+  EXPECT_EQ(time_results(series_of({160, 160, 171}))[KELO_HRV_PNN50], 1.0);
+}
+
+TEST(HrvTime, GapSkipsWholeSegments) {
+  // The jump from 3 s to 700 s skips segment 1 without closing segment 0:
+  // segment 0 is left out, segment 1 is closed with segment 0's counts over
+  // empty sums (mean 0, sd 0), segment 2 holds 0.5 0.7 0.9 (mean 0.7, sd 0.2).
+  const Series s{std::vector<char>(7, 'N'), {0, 1, 2, 3, 700, 701, 702}, {0.9, 1.0, 1.2, 1.4, 0.5, 0.7, 0.9}};
+  const Results r = time_results(s);
+  EXPECT_NEAR(r[KELO_HRV_SDANN], std::sqrt(0.245), 1e-12);
+  EXPECT_NEAR(r[KELO_HRV_SDNNIDX], 0.1, 1e-12);
+}
+
+TEST(HrvTime, NonNormalBeatsBreakTheNNSeries) {
+  // An annotation other than 'N' removes its interval and the next one, and
+  // the differences that touch them: NN are intervals 1, 4 and 5.
+  Series s = series_of({160, 160, 170, 150, 160, 160});
+  s.ann[2] = 'A';
+  const Results r = time_results(s);
+  EXPECT_DOUBLE_EQ(r[KELO_HRV_NN_RR], 3.0 / 6.0);
+  EXPECT_NEAR(r[KELO_HRV_AVNN], 0.8, 1e-15);
+  EXPECT_EQ(r[KELO_HRV_RMSSD], 0.0);  // the one difference: 5 - 4
+}
+
+TEST(HrvTime, DegenerateSeries) {
+  const int32_t beats[] = {100, 260};
+  for (int32_t n : {0, 1}) {
+    Results r;
+    std::array<double, 6> freq{};
+    int32_t status = 9;
+    calcHrv(beats, n, 200, r.data(), freq.data(), &status);
+    EXPECT_EQ(text(r), "0.000000 nan nan 0.000000 -1.000000 nan nan") << n;
+    EXPECT_EQ(status, KELO_HRV_STATUS_NO_SPECTRUM);
+  }
+  calcHrv(nullptr, 3, 200, nullptr, nullptr, nullptr);  // must simply return
+}
+
+TEST(HrvTime, SeriesBeyondTheSegmentBuffersGiveNaNWithoutHanging) {
+  for (double late : {720000.0, 720000.5, std::numeric_limits<double>::infinity()}) {
+    const Series s{std::vector<char>(4, 'N'), {0, 1, 2, late}, {0.8, 0.8, 0.9, 0.8}};
+    EXPECT_EQ(text(time_results(s)) == "nan nan nan nan nan nan nan", late > 720000.0) << late;
+  }
+}
+
+TEST(HrvTime, StaticBuffersAreResetBetweenCalls) {
+  const Series a{std::vector<char>(6, 'N'), {0, 1, 2, 400, 401, 402}, {0.8, 0.9, 0.7, 0.8, 1.0, 0.7}};
+  const Series b{std::vector<char>(6, 'N'), {0, 1, 2, 400, 401, 402}, {0.5, 0.6, 0.7, 0.4, 0.5, 0.9}};
+  const Results first = time_results(a);
+  time_results(b);
+  EXPECT_EQ(time_results(a), first);
+}
+
+}  // namespace
