@@ -91,7 +91,7 @@ class ResultContentTest {
 
   @Test
   void realRecordingMatchesNativeDetection() throws Exception {
-    double[] ecg = readFloat32(Path.of(System.getProperty("kelo.testData"), "detect", "100_0-180s.f32"));
+    double[] ecg = readFloat32(Path.of(System.getProperty("kelo.testData"), "detect", "100.f32"));
     KELOecgResults r = hrv(ecg, 200, 0, 5.0, 10);
     assertEquals(0, r.error);
     int[] nativePeaks = NativeReference.detectWaves(ecg, 5.0, 10);
