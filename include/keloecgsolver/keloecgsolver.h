@@ -5,6 +5,8 @@
 #ifndef KELOECGSOLVER_H
 #define KELOECGSOLVER_H
 
+#include "keloecgsolver/checks.h"
+#include "keloecgsolver/classify.h"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
 #include "keloecgsolver/heart_rate.h"

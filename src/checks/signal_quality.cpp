@@ -1,0 +1,96 @@
+// Signal quality of an excerpt: clipping of the raw samples, then
+// irregularity of the beat-to-beat intervals.
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "checks/interval_stats.hpp"
+#include "keloecgsolver/checks.h"
+#include "runtime/numeric.hpp"
+
+namespace {
+
+constexpr std::size_t kLongLength = KELO_CHECK_LENGTH;
+constexpr std::size_t kShortLength = KELO_CHECK_SHORT_LENGTH;
+
+constexpr int32_t kUsable = 1;
+constexpr int32_t kClipped = 2;
+constexpr int32_t kIrregular = 3;
+constexpr int32_t kNotGraded = 0;  // a required array is missing
+
+// Clipping: a raw sample above this fraction of full scale.
+constexpr double kClipFraction = 0.97;
+// Irregular rhythm: interval standard deviation above this fraction of the
+// mean interval.
+constexpr double kIrregularFraction = 0.25;
+
+// Work copies of one grading: the samples, the beats and their intervals.
+template <std::size_t Length>
+struct QualityBuffers {
+  std::span<double, Length> samples;
+  std::span<int32_t, Length> beats;
+  std::span<int32_t, Length> intervals;
+};
+
+// checkQuality keeps its sample and beat copies in static storage (it is
+// therefore not re-entrant); only this accessor knows where they live.
+struct QualityStaticWork {
+  std::array<double, kLongLength> samples;
+  std::array<int32_t, kLongLength> beats;
+};
+
+QualityStaticWork& quality_static_work() {
+  static QualityStaticWork work;
+  return work;
+}
+
+template <std::size_t Length>
+int32_t grade_excerpt(const QualityBuffers<Length>& buf, const double* ecg, int32_t n,
+                      double fullScale, const int32_t* beats, int32_t nBeats) {
+  using namespace kelo::checks;
+  int32_t grade = kUsable;
+  std::copy_n(ecg, Length, buf.samples.begin());
+  // The raw maximum, not the largest magnitude.
+  if (m_findMax(buf.samples, n).value > kClipFraction * fullScale) grade = kClipped;
+
+  if (grade == kUsable) {
+    std::copy_n(beats, Length, buf.beats.begin());
+    // More beats than the array holds cannot exist: count the array.
+    const int32_t count = std::min(nBeats, static_cast<int32_t>(Length));
+    m_calcDiff<int32_t>(buf.beats, count, buf.intervals);
+    const int32_t m = kelo::sat_sub(count, 1);
+    const std::span<const int32_t> intervals = buf.intervals;
+    const double mean = m_calcMean(intervals, 1.0, m);
+    const double sd = m_calcSd(intervals, 1.0, m, mean);
+    // With fewer than three beats sd or mean is NaN and this is false.
+    if (sd > kIrregularFraction * mean) return kIrregular;
+  }
+  return grade;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELO_API int32_t checkQuality(const double ecg[KELO_CHECK_LENGTH], int32_t n, double fullScale,
+                              const int32_t beats[KELO_CHECK_LENGTH], int32_t nBeats) {
+  if (ecg == nullptr || beats == nullptr) return kNotGraded;
+  QualityStaticWork& work = quality_static_work();
+  std::array<int32_t, kLongLength> intervals;  // on the call's stack
+  const QualityBuffers<kLongLength> buf{work.samples, work.beats, intervals};
+  return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+}
+
+KELO_API int32_t checkQualityShort(const double ecg[KELO_CHECK_SHORT_LENGTH], int32_t n,
+                                   double fullScale,
+                                   const int32_t beats[KELO_CHECK_SHORT_LENGTH], int32_t nBeats) {
+  if (ecg == nullptr || beats == nullptr) return kNotGraded;
+  std::array<double, kShortLength> samples;
+  std::array<int32_t, kShortLength> beatCopy;
+  std::array<int32_t, kShortLength> intervals;
+  const QualityBuffers<kShortLength> buf{samples, beatCopy, intervals};
+  return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+}
+
+}  // extern "C"

@@ -1,0 +1,176 @@
+#include "jni/analysis.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+
+#include "keloecgsolver/detect.h"
+#include "keloecgsolver/emx_array.h"
+#include "keloecgsolver/heart_rate.h"
+#include "keloecgsolver/hrv.h"
+#include "keloecgsolver/lifecycle.h"
+
+namespace kelo::jni {
+namespace {
+
+constexpr jint kRate = 200;  // the only rate the bridge analyses
+
+struct RealDeleter {
+  void operator()(emxArray_real_T* r) const { emxDestroyArray_real_T(r); }
+};
+struct Int32Deleter {
+  void operator()(emxArray_int32_T* r) const { emxDestroyArray_int32_T(r); }
+};
+using RealRecord = std::unique_ptr<emxArray_real_T, RealDeleter>;
+using Int32Record = std::unique_ptr<emxArray_int32_T, Int32Deleter>;
+
+// The Java samples, pinned or copied by the JVM, released (without copying
+// back) when the call ends.
+class JavaSamples {
+ public:
+  JavaSamples(JNIEnv* env, jdoubleArray array) : env_(env), array_(array) {
+    elements_ = env_->GetDoubleArrayElements(array_, nullptr);
+    if (elements_ == nullptr) clear_exception(env_);  // out of Java memory
+    length_ = env_->GetArrayLength(array_);
+  }
+  ~JavaSamples() {
+    if (elements_ != nullptr) env_->ReleaseDoubleArrayElements(array_, elements_, JNI_ABORT);
+  }
+  JavaSamples(const JavaSamples&) = delete;
+  JavaSamples& operator=(const JavaSamples&) = delete;
+
+  const jdouble* data() const { return elements_; }
+  jint length() const { return length_; }
+
+ private:
+  JNIEnv* env_;
+  jdoubleArray array_;
+  jdouble* elements_ = nullptr;
+  jint length_ = 0;
+};
+
+// Quality windows: (excerpt seconds) / windowSeconds when the excerpt holds
+// at least one window of 5 s or more, else one window.
+jint window_count(int64_t excerptLength, jint windowSeconds) {
+  const int64_t seconds = excerptLength / kRate;
+  if (seconds >= windowSeconds && windowSeconds >= 5) return static_cast<jint>(seconds / windowSeconds);
+  return 1;
+}
+
+// Beat-array length of a failed run. A rate of 0 or below would divide by
+// zero or give a negative length; those runs get the lengths of 200 Hz.
+jint error_path_capacity(const RunLimits& limits, jint fs) {
+  const jint rate = fs > 0 ? fs : kRate;
+  return (limits.errorPathLength / rate) * 3 + limits.capacityExtra;
+}
+
+void fill_failed(RunOutcome& out, const RunLimits& limits, jint fs, jint windowCount) {
+  out.beats.assign(static_cast<std::size_t>(error_path_capacity(limits, fs)), -1);
+  out.qualities.assign(static_cast<std::size_t>(windowCount), -1);
+}
+
+// A clipped or irregular excerpt is reported as such, overriding success,
+// a missing spectrum and a failed heart rate.
+jint apply_excerpt_grade(jint status, int32_t grade) {
+  if (grade == 2) return kClipped;
+  if (grade == 3) return kIrregular;
+  return status;
+}
+
+struct Detection {
+  Int32Record peaks;     // 1-based positions in the excerpt
+  Int32Record windows;   // window grades
+  int32_t grade = 1;     // 1 usable, 2 clipped, 3 irregular
+  int32_t peakCount = 0;
+};
+
+Detection detect(const jdouble* samples, int64_t startSample, int32_t excerptLength,
+                 jdouble fullScale, jint windowSeconds, jint windowCount) {
+  std::vector<double> excerpt(samples + startSample, samples + startSample + excerptLength);
+  RealRecord ecg(emxCreateWrapper_real_T(excerpt.data(), excerptLength, 1));
+  Detection d;
+  d.peaks.reset(emxCreate_int32_T(excerptLength, 1));
+  detectWaves_initialize();
+  d.windows.reset(emxCreate_int32_T(windowCount, 1));
+  detectWaves(ecg.get(), fullScale, kRate, windowSeconds, d.peaks.get(), &d.grade, d.windows.get());
+  d.peakCount = d.peaks->size[0];
+  detectWaves_terminate();
+  return d;
+}
+
+}  // namespace
+
+RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& args,
+                   const RunLimits& limits) {
+  RunOutcome out;
+  if (args.ecg == nullptr) {
+    out.status = kNullRecording;
+    fill_failed(out, limits, args.fs, 1);
+    return out;
+  }
+
+  progress.say_int("%i \n", 0);
+  JavaSamples samples(env, args.ecg);
+  const jint totalLength = samples.length();
+  progress.say_int("%i \n", totalLength);
+
+  // Positions are worked out in 64 bits: a start far outside the recording
+  // must not overflow. A negative start is refused below; its windows are
+  // counted over the whole recording.
+  const int64_t startSample = static_cast<int64_t>(args.startSecond) * kRate;
+  const int64_t excerptLength = totalLength - std::max<int64_t>(startSample, 0);
+  const jint windowCount = window_count(excerptLength, args.windowSeconds);
+
+  if (!(args.startSecond >= 0 && args.startSecond < totalLength / kRate - 5 && args.fullScale > 0.0)) {
+    out.status = kBadStartOrScale;
+  } else if (totalLength < limits.minLength || totalLength > limits.maxLength || args.fs != kRate) {
+    out.status = kBadLengthOrRate;
+  }
+  if (out.status != kOk || samples.data() == nullptr) {
+    if (out.status == kOk) out.status = kBadLengthOrRate;  // the JVM could not give the samples
+    fill_failed(out, limits, args.fs, windowCount);
+    return out;
+  }
+
+  const jint beatCapacity = (totalLength / args.fs) * 3 + limits.capacityExtra;
+  Detection d = detect(samples.data(), startSample, static_cast<int32_t>(excerptLength),
+                       args.fullScale, args.windowSeconds, windowCount);
+
+  if (d.peakCount > 1) {
+    calcHRvar_initialize();
+    out.heartRate = calcHRvar(d.peaks.get(), d.peakCount, kRate);
+    calcHRvar_terminate();
+    if (out.heartRate >= 30.0 && out.heartRate <= 220.0) {
+      if (limits.hrv)
+        calcHrv(d.peaks->data, d.peakCount - 1, args.fs, out.timeResults.data(),
+                out.freqResults.data(), &out.status);
+      out.status = apply_excerpt_grade(out.status, d.grade);
+    } else {
+      out.status = kNoUsableBeats;
+      out.heartRate = 0.0;
+    }
+  } else {
+    out.status = kNoUsableBeats;
+  }
+
+  if (out.status == kNoUsableBeats) {
+    out.status = apply_excerpt_grade(out.status, d.grade);
+    if (out.status == kNoUsableBeats) {
+      fill_failed(out, limits, args.fs, windowCount);
+      return out;
+    }
+  }
+
+  // R peaks as 0-based positions of the whole recording; a run with more
+  // peaks than the array holds keeps the first beatCapacity of them.
+  out.beats.assign(static_cast<std::size_t>(beatCapacity), -1);
+  const int32_t kept = std::min(d.peakCount, beatCapacity);
+  for (int32_t k = 0; k < kept; ++k)
+    out.beats[k] = static_cast<jint>(d.peaks->data[k] + startSample - 1);
+  out.qualities.assign(static_cast<std::size_t>(windowCount), -1);
+  const int32_t graded = std::min(windowCount, d.windows->size[0]);
+  for (int32_t k = 0; k < graded; ++k) out.qualities[k] = d.windows->data[k];
+  return out;
+}
+
+}  // namespace kelo::jni

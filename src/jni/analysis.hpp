@@ -1,0 +1,58 @@
+// The native half of a bridge call: argument checks, the excerpt copy, beat
+// detection, heart rate and (for HRV runs) the variability statistics,
+// producing the status and the buffers that go into the result object.
+#pragma once
+
+#include <jni.h>
+
+#include <array>
+#include <vector>
+
+#include "jni/sealing_frame.hpp"
+
+namespace kelo::jni {
+
+// Status codes of the result's "error" field.
+enum Status : jint {
+  kOk = 0,
+  kNullRecording = 1,
+  kBadLengthOrRate = 2,
+  kNoUsableBeats = 3,
+  kNoSpectrum = 4,
+  kClipped = 5,
+  kIrregular = 6,
+  kBadStartOrScale = 7,
+};
+
+struct RunLimits {
+  jint minLength;        // accepted recording length, in samples
+  jint maxLength;
+  jint capacityExtra;    // beat arrays: (length / fs) * 3 + capacityExtra
+  jint errorPathLength;  // the length that sizes the beat arrays of a failed run
+  bool hrv;              // compute the variability statistics
+};
+
+inline constexpr RunLimits kQrsLimits{3000, 120000, 55, 3000, false};
+inline constexpr RunLimits kHrvLimits{36000, 120000, 200, 36000, true};
+
+struct RunOutcome {
+  jint status = kOk;
+  jdouble heartRate = 0.0;
+  std::vector<jint> beats;      // 0-based R peaks in the whole recording, then -1
+  std::vector<jint> qualities;  // window grades, or -1
+  std::array<double, 7> timeResults{};
+  std::array<double, 6> freqResults{};
+};
+
+struct RunArguments {
+  jdoubleArray ecg;
+  jint fs;
+  jint startSecond;
+  jdouble fullScale;
+  jint windowSeconds;
+};
+
+RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& args,
+                   const RunLimits& limits);
+
+}  // namespace kelo::jni
