@@ -72,6 +72,8 @@ TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   EXPECT_EQ(st["markersDrawn"], beats);
   EXPECT_EQ(st["referenceMarkers"], 371);
   EXPECT_EQ(st["samples"], 60000);
+  EXPECT_EQ(st["unlikeAverage"], 0);  // 5 minutes of normal beats
+  EXPECT_EQ(st["rrRemoved"], 0);
 
   const fs::path shot = kArtifacts / "report-bundled.png";
   fs::remove(shot);

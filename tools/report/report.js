@@ -6,7 +6,7 @@
   const D = JSON.parse(document.getElementById("kelo-data").textContent);
   const FS = D.ecg.fs;
   const COLORS = {
-    ecg: "#1d2433", beat: "#1f4fa3", fp: "#d92d20", fn: "#f79009", ref: "#12b76a",
+    ecg: "#1d2433", beat: "#1f4fa3", fp: "#d92d20", fn: "#f79009", ref: "#12b76a", odd: "#9e44c9", rr: "#7a271a",
     grade: { 0: "rgba(18,183,106,0.55)", 3: "rgba(138,148,166,0.75)", 5: "rgba(217,45,32,0.7)", 6: "rgba(247,144,9,0.75)" },
     tint: { 3: "rgba(138,148,166,0.10)", 5: "rgba(217,45,32,0.08)", 6: "rgba(247,144,9,0.09)" },
     band: ["rgba(138,148,166,0.16)", "rgba(46,144,250,0.12)", "rgba(18,183,106,0.13)", "rgba(247,144,9,0.14)"],
@@ -50,6 +50,12 @@
   const peakV = peaks.map((s) => ecgY[Math.min(N - 1, Math.max(0, s - start))]);
   const peakOk = D.detection_matched;                 // null without references
   const ref = D.reference;                            // null without references
+  const review = D.review;                            // beat classes and the RR check
+  const rrRemoved = new Set(review.rr_removed);
+  // Marker colour of each beat: a false detection (with references) first,
+  // then a shape unlike the average beat, else the plain beat colour.
+  const FP = 2, ODD = 1, BEAT = 0;
+  const peakKind = peaks.map((_, i) => (peakOk && !peakOk[i]) ? FP : review.classes[i] === 0 ? ODD : BEAT);
 
   // A robust, fixed vertical range: the trace does not jump while moving.
   function robustRange(y) {
@@ -149,20 +155,30 @@
     const x0 = u.scales.x.min, x1 = u.scales.x.max;
     const size = 5 * dpr, lift = 7 * dpr;
     let drawn = 0;
+    const first = lowerBound(peakT, x0);
+    const markerY = (i) => Math.min(Math.max(u.valToPos(peakV[i], "y", true) - lift, top + size + 8 * dpr), top + height);
     ctx.save();
-    for (const pass of [true, false]) {  // true positives first, false ones on top
-      ctx.fillStyle = pass ? COLORS.beat : COLORS.fp;
+    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [FP, COLORS.fp]]) {  // one path per colour
+      ctx.fillStyle = colour;
       ctx.beginPath();
-      for (let i = lowerBound(peakT, x0); i < peakT.length && peakT[i] <= x1; i++) {
-        const ok = peakOk ? peakOk[i] : true;
-        if (ok !== pass) continue;
-        const px = u.valToPos(peakT[i], "x", true);
-        let py = u.valToPos(peakV[i], "y", true) - lift;
-        py = Math.min(Math.max(py, top + size + 8 * dpr), top + height);
+      for (let i = first; i < peakT.length && peakT[i] <= x1; i++) {
+        if (peakKind[i] !== kind) continue;
+        const px = u.valToPos(peakT[i], "x", true), py = markerY(i);
         ctx.moveTo(px - size, py - size * 1.4); ctx.lineTo(px + size, py - size * 1.4); ctx.lineTo(px, py); ctx.closePath();
         drawn++;
       }
       ctx.fill();
+    }
+    if (rrRemoved.size) {  // a cross above the beats the RR check removes
+      ctx.strokeStyle = COLORS.rr; ctx.lineWidth = 1.5 * dpr;
+      ctx.beginPath();
+      for (let i = first; i < peakT.length && peakT[i] <= x1; i++) {
+        if (!rrRemoved.has(i)) continue;
+        const px = u.valToPos(peakT[i], "x", true), py = markerY(i) - size * 2.6;
+        ctx.moveTo(px - size, py - size); ctx.lineTo(px + size, py + size);
+        ctx.moveTo(px + size, py - size); ctx.lineTo(px - size, py + size);
+      }
+      ctx.stroke();
     }
     if (ref) {  // reference beats as ticks along the bottom; missed ones taller
       const base = top + height;
@@ -306,7 +322,9 @@
   const tri = (c) => el("span", { class: "tri", style: "border-top: 9px solid " + c });
   const sw = (c) => el("span", { class: "sw", style: "background:" + c });
   legend.append(el("span", {}, tri(COLORS.beat), peakOk ? "detected beat, matched" : "detected R peak"));
+  if (peakKind.includes(ODD)) legend.append(el("span", {}, tri(COLORS.odd), "shape unlike the average beat"));
   if (peakOk) legend.append(el("span", {}, tri(COLORS.fp), "false detection"));
+  if (rrRemoved.size) legend.append(el("span", {}, el("b", { style: "color:" + COLORS.rr + ";margin-right:0.35rem" }, "×"), "extra beat by the RR check"));
   if (ref) {
     legend.append(el("span", {}, sw(COLORS.ref), "reference beat"));
     legend.append(el("span", {}, sw(COLORS.fn), "missed reference beat"));
@@ -396,6 +414,9 @@
   row("hr", "heart rate", q.heart_rate_bpm != null ? fixed(q.heart_rate_bpm, 0) : "–", "bpm",
     q.rejected_heart_rate_bpm != null ? "computed " + num(q.rejected_heart_rate_bpm) + " bpm lies outside 30–220" : "median RR interval");
   row("rpeaks", "R peaks", String(q.r_peaks.count));
+  row("", "unlike the average beat", String(review.classes.filter((c) => c === 0).length), "",
+    "beat classification: QRS correlation with the average beat below 0.7");
+  row("", "extra beats by the RR check", String(rrRemoved.size), "", "both beats of an implausibly short RR interval, unless normal in shape");
   row("", "excerpt grade", String(q.excerpt_grade), "", q.excerpt_grade_text + (q.clipping_tested ? "" : " (clipping not tested)"));
   const gradeCounts = {};
   for (const g of windows) gradeCounts[g] = (gradeCounts[g] || 0) + 1;
@@ -468,6 +489,8 @@
   }
   selftest.plots = plots.length;
   selftest.beatMarkers = peaks.length;
+  selftest.unlikeAverage = review.classes.filter((c) => c === 0).length;
+  selftest.rrRemoved = rrRemoved.size;
   selftest.markersDrawn = countMarkers();
   selftest.referenceMarkers = ref ? ref.time_s.length : 0;
   selftest.samples = N;

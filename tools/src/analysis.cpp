@@ -133,4 +133,44 @@ HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_per
   return r;
 }
 
+BeatReview review_beats(const Prepared& p, const QrsResult& q) {
+  BeatReview review;
+  const auto n = static_cast<std::int32_t>(q.r_peaks.size());
+  if (n == 0) return review;
+  std::vector<double> excerpt(p.samples.begin() + q.excerpt.start, p.samples.begin() + q.excerpt.end());
+  std::vector<std::int32_t> positions;  // 1-based within the excerpt
+  for (auto s : q.r_peaks) positions.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
+
+  RealArray signal(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1));
+  IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
+  IntArray classes(emxCreate_int32_T(1, 1));
+  classifyQRSvar_initialize();
+  classifyQRSvar(signal.get(), peaks.get(), n, kFs, classes.get());
+  classifyQRSvar_terminate();
+  const auto all = elements(*classes);  // one entry per sample; the first n belong to the beats
+  review.classes.assign(all.begin(), all.begin() + std::min<std::ptrdiff_t>(n, static_cast<std::ptrdiff_t>(all.size())));
+
+  // The RR check edits its records in place: give it copies, and keep the
+  // beats that classification found normal from being marked.
+  IntArray kept(emxCreate_int32_T(n, 1));
+  IntArray marks(emxCreate_int32_T(n, 1));
+  for (std::int32_t k = 0; k < n; ++k) {
+    kept->data[k] = positions[static_cast<std::size_t>(k)];
+    marks->data[k] = k < static_cast<std::int32_t>(review.classes.size()) ? review.classes[static_cast<std::size_t>(k)] : 1;
+  }
+  std::int32_t count = n;
+  checkRRvar_initialize();
+  checkRRvar(kept.get(), &count, marks.get());
+  checkRRvar_terminate();
+  std::size_t j = 0;
+  for (std::size_t k = 0; k < positions.size(); ++k) {
+    if (j < static_cast<std::size_t>(count) && kept->data[j] == positions[k]) {
+      ++j;
+    } else {
+      review.rr_removed.push_back(k);
+    }
+  }
+  return review;
+}
+
 }  // namespace keloecg

@@ -118,6 +118,16 @@ struct HrvLock {
 
 HrvResult run_hrv(const Prepared& prepared, QrsResult qrs, HrvLock& lock, bool with_periodogram);
 
+// A second look at the detected beats, for the report: the library's beat
+// classification (shape against the average beat) and its RR check (beats
+// that an implausibly short interval marks as extra detections).
+struct BeatReview {
+  std::vector<int> classes;               // per R peak: 1 like the average beat, 0 not
+  std::vector<std::size_t> rr_removed;    // indices of the R peaks the RR check removes
+};
+
+BeatReview review_beats(const Prepared& prepared, const QrsResult& qrs);
+
 struct Validation {
   std::string record;
   std::string annotations;

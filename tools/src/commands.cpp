@@ -149,7 +149,7 @@ int command_report(const CommonOptions& o, const std::string& file, const std::s
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
 
-  const std::string html = render_report(p, o.analysis, h, v ? &*v : nullptr);
+  const std::string html = render_report(p, o.analysis, h, review_beats(p, h.qrs), v ? &*v : nullptr);
   const fs::path out = o.output.empty() ? fs::path("report.html") : fs::path(o.output);
   write_file_atomically(out, html);
   std::error_code ec;

@@ -89,7 +89,7 @@ std::string now_text() {
 }  // namespace
 
 std::string render_report(const Prepared& p, const AnalysisSettings& s, const HrvResult& hrv,
-                          const Validation* validation) {
+                          const BeatReview& review, const Validation* validation) {
   const QrsResult& q = hrv.qrs;
   Json data;
   const std::string lead = p.recording.lead_name().empty() ? "" : ", lead " + p.recording.lead_name();
@@ -100,6 +100,7 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   data["settings"] = settings_json(s);
   data["qrs"] = qrs_json(p, q);
   data["hrv"] = hrv_json(hrv);
+  data["review"] = {{"classes", review.classes}, {"rr_removed", review.rr_removed}};
 
   // The excerpt at 200 Hz as float32: exact for display, a third of the
   // size of decimal text.

@@ -9,10 +9,10 @@
 
 namespace keloecg {
 
-// hrv must have been computed with its periodogram (when HRV ran).
-// validation may be null.
+// hrv must have been computed with its periodogram (when HRV ran);
+// review belongs to hrv.qrs. validation may be null.
 std::string render_report(const Prepared& p, const AnalysisSettings& s, const HrvResult& hrv,
-                          const Validation* validation);
+                          const BeatReview& review, const Validation* validation);
 
 // Standard base64 (RFC 4648) with padding.
 std::string base64(const void* data, std::size_t size);
