@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <mutex>
 
 #include "keloecgsolver/keloecgsolver.h"
 
@@ -32,6 +33,21 @@ constexpr double kHighestRate = 220.0;
 // The analysis rate as the library's integer argument.
 constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
 
+// Each entry point's _initialize routine (re)writes the library's shared
+// non-finite constants, and its _terminate routine does nothing. Runs on
+// several threads must not write those constants while another thread
+// reads them, so the routines used here are initialised once, before the
+// first analysis, for the whole process.
+void initialize_library() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    detectWaves_initialize();
+    calcHRvar_initialize();
+    classifyQRSvar_initialize();
+    checkRRvar_initialize();
+  });
+}
+
 }  // namespace
 
 QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
@@ -49,9 +65,8 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   IntArray peaks(emxCreate_int32_T(length, 1));
   IntArray windows(emxCreate_int32_T(1, 1));
   std::int32_t grade = 1;
-  detectWaves_initialize();
+  initialize_library();
   detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
-  detectWaves_terminate();
   r.excerpt_grade = grade;
 
   const auto found = elements(*peaks);
@@ -65,9 +80,7 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   r.status = kNoUsableBeats;
   const auto count = static_cast<std::int32_t>(found.size());
   if (count > 1) {
-    calcHRvar_initialize();
     const double rate = calcHRvar(peaks.get(), count, kFs);
-    calcHRvar_terminate();
     if (rate >= kLowestRate && rate <= kHighestRate) {
       r.heart_rate = rate;
       r.status = kSuccess;
@@ -144,9 +157,8 @@ BeatReview review_beats(const Prepared& p, const QrsResult& q) {
   RealArray signal(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1));
   IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
   IntArray classes(emxCreate_int32_T(1, 1));
-  classifyQRSvar_initialize();
+  initialize_library();
   classifyQRSvar(signal.get(), peaks.get(), n, kFs, classes.get());
-  classifyQRSvar_terminate();
   const auto all = elements(*classes);  // one entry per sample; the first n belong to the beats
   review.classes.assign(all.begin(), all.begin() + std::min<std::ptrdiff_t>(n, static_cast<std::ptrdiff_t>(all.size())));
 
@@ -159,9 +171,7 @@ BeatReview review_beats(const Prepared& p, const QrsResult& q) {
     marks->data[k] = k < static_cast<std::int32_t>(review.classes.size()) ? review.classes[static_cast<std::size_t>(k)] : 1;
   }
   std::int32_t count = n;
-  checkRRvar_initialize();
   checkRRvar(kept.get(), &count, marks.get());
-  checkRRvar_terminate();
   std::size_t j = 0;
   for (std::size_t k = 0; k < positions.size(); ++k) {
     if (j < static_cast<std::size_t>(count) && kept->data[j] == positions[k]) {
