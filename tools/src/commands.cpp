@@ -294,7 +294,7 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
 
 int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs, const std::string& out_dir,
                   unsigned jobs, bool recursive) {
-  const auto files = gather_inputs(inputs, recursive);
+  const auto files = gather_inputs(inputs.empty() ? std::vector<std::string>{bundled_recording()} : inputs, recursive);
   std::error_code ec;
   fs::create_directories(out_dir, ec);
   if (ec || !fs::is_directory(out_dir)) {

@@ -114,7 +114,7 @@ int main(int argc, char** argv) {
   validate->add_option("-o,--output", o.output, "Write to this file instead of standard output")->group("Output");
 
   auto* batch = app.add_subcommand("batch", "Many recordings: one JSON each, a summary CSV and the validation totals");
-  batch->add_option("INPUT", files, "Folders and recordings")->required();
+  batch->add_option("INPUT", files, "Folders and recordings (default: the bundled one)");
   batch->add_option("--out", out_dir, "Folder for the results")->required();
   batch->add_flag("-r,--recursive", recursive, "Look for recordings in sub-folders too");
   batch->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(CLI::PositiveNumber);
