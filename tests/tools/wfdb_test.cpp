@@ -94,7 +94,7 @@ TEST(Wfdb, MalformedHeadersNameTheLine) {
 }
 
 TEST(Wfdb, AdcRangeGivesTheFullScale) {
-  wfdb::SignalSpec s;
+  wfdb::SignalLine s;
   s.adc_resolution = 11;
   s.adc_zero = 1024;
   EXPECT_EQ(wfdb::adc_range(s).min, 0);

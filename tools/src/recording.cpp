@@ -160,22 +160,22 @@ Recording read_wfdb(const fs::path& header_path, const LoadOptions& options) {
   std::vector<std::string> names;
   for (const auto& s : header.signals) names.push_back(s.description);
   const int lead = choose_lead(names, options.lead, where);
-  const auto& spec = header.signals[static_cast<std::size_t>(lead)];
+  const auto& sig = header.signals[static_cast<std::size_t>(lead)];
   auto data = wfdb::read_signal(header, header_path, lead);
 
   Recording rec;
   rec.name = header.record;
-  rec.format = "WFDB " + std::to_string(spec.format);
+  rec.format = "WFDB " + std::to_string(sig.format);
   rec.fs = header.fs;
   rec.lead_names = names;
   rec.lead_index = lead;
-  rec.units = spec.units;
+  rec.units = sig.units;
   rec.warnings = std::move(data.warnings);
 
   // Invalid-sample codes mark gaps; the last valid value is held over them
   // (the first valid value before the first one) so the detector sees a
   // flat line rather than a spike to the ADC limit.
-  const int invalid = wfdb::invalid_sample_code(spec.format);
+  const int invalid = wfdb::invalid_sample_code(sig.format);
   std::size_t invalid_count = 0;
   const auto first_valid = std::find_if(data.adc.begin(), data.adc.end(), [&](int v) { return v != invalid; });
   if (first_valid == data.adc.end() && !data.adc.empty()) throw InputError(where, "every sample of the lead is marked invalid");
@@ -187,13 +187,13 @@ Recording read_wfdb(const fs::path& header_path, const LoadOptions& options) {
       v = held;
     }
     held = v;
-    rec.samples.push_back((v - spec.baseline) / spec.gain);
+    rec.samples.push_back((v - sig.baseline) / sig.gain);
   }
   if (invalid_count > 0) {
     rec.warnings.push_back(std::to_string(invalid_count) + " invalid samples replaced by the last valid value");
   }
-  const auto range = wfdb::adc_range(spec);
-  rec.full_scale = std::max(std::abs(range.max - spec.baseline), std::abs(range.min - spec.baseline)) / spec.gain;
+  const auto range = wfdb::adc_range(sig);
+  rec.full_scale = std::max(std::abs(range.max - sig.baseline), std::abs(range.min - sig.baseline)) / sig.gain;
   rec.full_scale_source = "ADC range of the header";
   return rec;
 }

@@ -69,8 +69,8 @@ class HeaderParser {
     }
   }
 
-  SignalSpec signal_line(const std::vector<std::string>& t, int line) const {
-    SignalSpec s;
+  SignalLine signal_line(const std::vector<std::string>& t, int line) const {
+    SignalLine s;
     s.file = t[0];
     if (t.size() < 2) fail(line, "signal line without a format");
     parse_format(t[1], line, s);
@@ -96,7 +96,7 @@ class HeaderParser {
   }
 
   // format[xSPF][:SKEW][+OFFSET]
-  void parse_format(const std::string& text, int line, SignalSpec& s) const {
+  void parse_format(const std::string& text, int line, SignalLine& s) const {
     std::string_view f = text;
     if (!take_number(f, "x:+", s.format)) fail(line, "bad signal format \"" + text + "\"");
     if (!f.empty() && f.front() == 'x') {
@@ -115,7 +115,7 @@ class HeaderParser {
   }
 
   // gain[(baseline)][/units]; returns whether a baseline was given.
-  bool parse_gain(const std::string& text, int line, SignalSpec& s) const {
+  bool parse_gain(const std::string& text, int line, SignalLine& s) const {
     std::string_view g = text;
     if (!take_number(g, "(/", s.gain)) fail(line, "bad gain \"" + text + "\"");
     if (s.gain == 0.0) s.gain = 200.0;
@@ -174,7 +174,7 @@ Header parse_header(std::string_view text, const std::string& where) {
   return h;
 }
 
-AdcRange adc_range(const SignalSpec& s) {
+AdcRange adc_range(const SignalLine& s) {
   const long long half = 1LL << (s.adc_resolution - 1);
   return {static_cast<int>(s.adc_zero - half), static_cast<int>(s.adc_zero + half - 1)};
 }
@@ -224,17 +224,17 @@ std::size_t samples_in(int format, std::size_t bytes) {
 }  // namespace
 
 SignalData read_signal(const Header& header, const std::filesystem::path& header_path, int index) {
-  const SignalSpec& spec = header.signals.at(static_cast<std::size_t>(index));
+  const SignalLine& sig = header.signals.at(static_cast<std::size_t>(index));
   const std::string where = display(header_path);
-  if (spec.format != 212 && spec.format != 16) {
-    throw InputError(where, "signal format " + std::to_string(spec.format) +
+  if (sig.format != 212 && sig.format != 16) {
+    throw InputError(where, "signal format " + std::to_string(sig.format) +
                                 " is not supported (formats 212 and 16 are)");
   }
-  if (spec.samples_per_frame != 1) {
+  if (sig.samples_per_frame != 1) {
     throw InputError(where, "signals with several samples per frame are not supported");
   }
-  if (spec.skew != 0) throw InputError(where, "signals with skew are not supported");
-  if (spec.file == "~" || spec.file == "-") {
+  if (sig.skew != 0) throw InputError(where, "signals with skew are not supported");
+  if (sig.file == "~" || sig.file == "-") {
     throw InputError(where, "signal " + std::to_string(index) + " has no signal file");
   }
 
@@ -242,50 +242,50 @@ SignalData read_signal(const Header& header, const std::filesystem::path& header
   // order of their header lines.
   int group = 0, position = -1;
   for (std::size_t k = 0; k < header.signals.size(); ++k) {
-    const SignalSpec& other = header.signals[k];
-    if (other.file != spec.file) continue;
-    if (other.format != spec.format || other.byte_offset != spec.byte_offset) {
-      throw InputError(where, "signals sharing the file " + spec.file +
+    const SignalLine& other = header.signals[k];
+    if (other.file != sig.file) continue;
+    if (other.format != sig.format || other.byte_offset != sig.byte_offset) {
+      throw InputError(where, "signals sharing the file " + sig.file +
                                   " must have the same format and byte offset");
     }
     if (static_cast<int>(k) == index) position = group;
     ++group;
   }
 
-  const auto dat_path = header_path.parent_path() / spec.file;
+  const auto dat_path = header_path.parent_path() / sig.file;
   const auto bytes = read_bytes(dat_path);
-  const std::size_t offset = static_cast<std::size_t>(spec.byte_offset);
+  const std::size_t offset = static_cast<std::size_t>(sig.byte_offset);
   if (offset > bytes.size()) throw InputError(display(dat_path), "shorter than its byte offset");
   const std::span<const std::uint8_t> data(bytes.data() + offset, bytes.size() - offset);
 
-  const std::size_t available = samples_in(spec.format, data.size()) / static_cast<std::size_t>(group);
+  const std::size_t available = samples_in(sig.format, data.size()) / static_cast<std::size_t>(group);
   std::size_t frames = available;
   if (header.samples_per_signal) {
     frames = static_cast<std::size_t>(*header.samples_per_signal);
-    if (data.size() < bytes_for(spec.format, frames * group)) {
+    if (data.size() < bytes_for(sig.format, frames * group)) {
       throw InputError(display(dat_path), "truncated: the header announces " + std::to_string(frames) +
                                               " samples per signal, the file holds " +
                                               std::to_string(available));
     }
   }
   const std::size_t total = frames * static_cast<std::size_t>(group);
-  const auto stream = spec.format == 212 ? decode_212(data, total) : decode_16(data, total);
+  const auto stream = sig.format == 212 ? decode_212(data, total) : decode_16(data, total);
 
   SignalData out;
   out.adc.resize(frames);
   for (std::size_t f = 0; f < frames; ++f) out.adc[f] = stream[f * group + position];
 
   const std::string label = "signal " + std::to_string(index);
-  if (spec.initial_value && !out.adc.empty() && out.adc.front() != *spec.initial_value) {
+  if (sig.initial_value && !out.adc.empty() && out.adc.front() != *sig.initial_value) {
     out.warnings.push_back(label + ": first sample " + std::to_string(out.adc.front()) +
                            " differs from the header's initial value " +
-                           std::to_string(*spec.initial_value));
+                           std::to_string(*sig.initial_value));
   }
-  if (spec.checksum && header.samples_per_signal) {
+  if (sig.checksum && header.samples_per_signal) {
     const int sum = checksum16(out.adc);
-    if (sum != *spec.checksum) {
+    if (sum != *sig.checksum) {
       out.warnings.push_back(label + ": checksum " + std::to_string(sum) +
-                             " differs from the header's " + std::to_string(*spec.checksum) +
+                             " differs from the header's " + std::to_string(*sig.checksum) +
                              " (is the .dat file the one of this header?)");
     }
   }

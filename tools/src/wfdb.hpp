@@ -16,7 +16,7 @@
 
 namespace keloecg::wfdb {
 
-struct SignalSpec {
+struct SignalLine {
   std::string file;          // signal file name, relative to the header
   int format = 0;            // 212 or 16 (others are parsed but refused on reading)
   int samples_per_frame = 1;
@@ -38,7 +38,7 @@ struct Header {
   int signal_count = 0;
   double fs = 250.0;  // the WFDB default when the header gives none
   std::optional<long long> samples_per_signal;
-  std::vector<SignalSpec> signals;
+  std::vector<SignalLine> signals;
 };
 
 // Parses header text; `where` names the file in error messages.
@@ -50,7 +50,7 @@ struct AdcRange {
   int min = 0;
   int max = 0;
 };
-AdcRange adc_range(const SignalSpec& s);
+AdcRange adc_range(const SignalLine& s);
 
 // Decoders over the raw bytes of one signal file: the interleaved sample
 // stream (frame by frame, one sample per signal of the file).
