@@ -1,10 +1,12 @@
 // The analysis runs, through the library's public C interface only.
 #include "analysis.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <span>
 
 #include "keloecgsolver/keloecgsolver.h"
 
@@ -117,8 +119,7 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
 
 }  // namespace
 
-HrvResult run_hrv(const Prepared& p, QrsResult qrs, HrvLock& lock, bool with_periodogram) {
-  (void)p;
+HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
   HrvResult r;
   r.qrs = std::move(qrs);
   const QrsResult& q = r.qrs;

@@ -116,7 +116,8 @@ struct HrvLock {
   std::mutex mutex;
 };
 
-HrvResult run_hrv(const Prepared& prepared, QrsResult qrs, HrvLock& lock, bool with_periodogram);
+// The HRV run on the R peaks of `qrs` (detected over the HRV excerpt).
+HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram);
 
 // A second look at the detected beats, for the report: the library's beat
 // classification (shape against the average beat) and its RR check (beats

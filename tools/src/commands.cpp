@@ -122,7 +122,7 @@ int command_qrs(const CommonOptions& o, const std::string& file) {
 int command_hrv(const CommonOptions& o, const std::string& file) {
   const Prepared p = load(o, input_or_bundled(file));
   HrvLock lock;
-  const HrvResult h = run_hrv(p, run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), lock, false);
+  const HrvResult h = run_hrv(run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), lock, false);
   if (o.json) {
     emit(o, dump(document(p, o.analysis, &h.qrs, &h, nullptr)));
   } else if (o.csv) {
@@ -145,7 +145,7 @@ int command_report(const CommonOptions& o, const std::string& file, const std::s
 
   QrsResult q = run_qrs(p, excerpt, o.analysis);
   HrvLock lock;
-  const HrvResult h = hrv_range ? run_hrv(p, std::move(q), lock, true) : hrv_not_computed(std::move(q), why);
+  const HrvResult h = hrv_range ? run_hrv(std::move(q), lock, true) : hrv_not_computed(std::move(q), why);
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
 
@@ -275,7 +275,7 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
     if (const auto range = hrv_excerpt(p, o.analysis, why)) {
       // Reuse the detection when the HRV excerpt is the same stretch.
       QrsResult q = same_excerpt(*range, run.qrs.excerpt) ? run.qrs : run_qrs(p, *range, o.analysis);
-      hrv = run_hrv(p, std::move(q), lock, false);
+      hrv = run_hrv(std::move(q), lock, false);
     } else {
       hrv = hrv_not_computed(run.qrs, why);
     }

@@ -108,7 +108,8 @@ int main(int argc, char** argv) {
   validate->add_option("FILE", files, "Recordings (default: the bundled one)");
   add_common(validate, o, validate_flags, true);
   validate->add_option("--annotations", annotation_list,
-                       "Reference annotations, one per FILE (default: REC.atr or STEM.beats.txt next to it)")
+                       "Reference annotations, one per FILE: a WFDB annotation file, or text lines \"sample "
+                       "[symbol]\" numbered at the recording's rate (default: REC.atr or STEM.beats.txt next to it)")
       ->group("Input");
   validate->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(CLI::PositiveNumber);
   validate->add_option("-o,--output", o.output, "Write to this file instead of standard output")->group("Output");
