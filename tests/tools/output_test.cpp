@@ -35,6 +35,7 @@ TEST(Output, ClockTextIsCutToTenths) {
   EXPECT_EQ(clock_text(179.99), "2:59.9");
   EXPECT_EQ(clock_text(300), "5:00.0");
   EXPECT_EQ(clock_text(-61.25), "-1:01.2");
+  EXPECT_EQ(clock_text(1e300), "1e+300 s");
 }
 
 TEST(Output, ValidationTableTotalsTheRecords) {

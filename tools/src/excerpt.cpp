@@ -27,13 +27,17 @@ Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kin
     throw InputError("", "--duration must be more than 0 seconds");
   }
   Excerpt e;
-  e.start = std::llround(s.start_s * kAnalysisRate);
+  // Compared as doubles first: a huge --start must not overflow.
+  if (s.start_s * kAnalysisRate >= static_cast<double>(total) - 0.5) e.start = total;
+  else e.start = std::llround(s.start_s * kAnalysisRate);
   if (e.start >= total) {
     throw InputError(where, "--start " + clock_text(s.start_s) + " lies beyond the end of the recording (" +
                                 clock_text(p.recording.duration_s()) + ")");
   }
   e.length = total - e.start;
-  if (s.duration_s) e.length = std::min<std::int64_t>(e.length, std::llround(*s.duration_s * kAnalysisRate));
+  if (s.duration_s && *s.duration_s * kAnalysisRate < static_cast<double>(e.length)) {
+    e.length = std::llround(*s.duration_s * kAnalysisRate);
+  }
 
   const std::int64_t minimum = kind == RunKind::Hrv ? kHrvMinSamples : kQrsMinSamples;
   if (e.length < minimum) {

@@ -10,9 +10,13 @@ namespace keloecg {
 // m:ss.s, cut (not rounded) to the tenth of a second, so that a recording
 // of 179.99 s never reads as 3:00.0.
 inline std::string clock_text(double seconds) {
+  char buf[48];
+  if (!(std::abs(seconds) < 1e9)) {  // beyond any recording: plain seconds
+    std::snprintf(buf, sizeof buf, "%g s", seconds);
+    return buf;
+  }
   const bool negative = seconds < 0;
   const auto tenths = static_cast<long long>(std::floor(std::abs(seconds) * 10.0 + 1e-6));
-  char buf[48];
   std::snprintf(buf, sizeof buf, "%s%lld:%02lld.%lld", negative ? "-" : "", tenths / 600, tenths % 600 / 10,
                 tenths % 10);
   return buf;
