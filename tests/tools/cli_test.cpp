@@ -213,6 +213,7 @@ TEST(Program, ClearErrors) {
   const std::string minute = (dir / "minute.f32").string();
   kelo::test::write_f32(minute, synthetic(200, 60).mv);
   expect_error({"hrv", "--fs", "200", minute}, minute, ": recording too short: 1:00.0, HRV needs at least 3 minutes");
+  expect_error({"qrs", "--fs", "60000", minute}, minute, ": a sampling rate of 60000 Hz cannot be brought to 200 Hz");
   // Options are checked too (CLI's own message, exit status 2).
   EXPECT_EQ(keloecg({"qrs", "--window", "zero"}).exit_code, 2);
   EXPECT_EQ(keloecg({"frobnicate"}).exit_code, 2);

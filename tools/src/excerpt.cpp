@@ -12,6 +12,12 @@
 namespace keloecg {
 
 Prepared prepare(Recording recording) {
+  // The converter resamples by factors from 1/256 to 256.
+  constexpr double kLowest = kAnalysisRate / 256.0, kHighest = kAnalysisRate * 256.0;
+  if (!(recording.fs >= kLowest && recording.fs <= kHighest)) {
+    throw InputError(recording.path, "a sampling rate of " + short_number(recording.fs) +
+                                         " Hz cannot be brought to 200 Hz (rates from 0.79 to 51200 Hz can)");
+  }
   Prepared p;
   p.samples = resample(recording.samples, recording.fs, kAnalysisRate);
   p.map.original_fs = recording.fs;

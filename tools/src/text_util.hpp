@@ -22,4 +22,11 @@ inline std::string clock_text(double seconds) {
   return buf;
 }
 
+// A number in at most 6 significant digits ("360", "0.0078125", "1e-300").
+inline std::string short_number(double v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%g", v);
+  return buf;
+}
+
 }  // namespace keloecg
