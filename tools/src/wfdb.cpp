@@ -212,11 +212,7 @@ int checksum16(std::span<const int> samples) {
 
 namespace {
 
-// Bytes holding `samples` samples of a format.
-std::size_t bytes_for(int format, std::size_t samples) {
-  return format == 212 ? (samples * 3 + 1) / 2 : samples * 2;
-}
-
+// Whole samples held by `bytes` bytes of a format.
 std::size_t samples_in(int format, std::size_t bytes) {
   return format == 212 ? bytes * 2 / 3 : bytes / 2;
 }
@@ -262,7 +258,7 @@ SignalData read_signal(const Header& header, const std::filesystem::path& header
   std::size_t frames = available;
   if (header.samples_per_signal) {
     frames = static_cast<std::size_t>(*header.samples_per_signal);
-    if (data.size() < bytes_for(sig.format, frames * group)) {
+    if (frames > available) {
       throw InputError(display(dat_path), "truncated: the header announces " + std::to_string(frames) +
                                               " samples per signal, the file holds " +
                                               std::to_string(available));
