@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs the npm packages of package.json (the report's plotting library)
+# into node_modules/. Idempotent: does nothing when node_modules already
+# matches package-lock.json.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+if ! command -v npm >/dev/null 2>&1; then
+  # Debian ships npm separately from nodejs (other nodejs builds bundle it).
+  echo "install-deps: installing npm"
+  if [ "$(id -u)" -eq 0 ]; then sudo=(); else sudo=(sudo); fi
+  DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends npm
+fi
+
+stamp=node_modules/.package-lock.json
+if [ -f "$stamp" ] && [ "$stamp" -nt package-lock.json ] &&
+   [ -f node_modules/uplot/dist/uPlot.iife.min.js ]; then
+  exit 0
+fi
+echo "install-deps: npm ci (report assets)"
+npm ci --no-audit --no-fund --loglevel=error

@@ -1,0 +1,187 @@
+// The analysis runs, through the library's public C interface only.
+#include "analysis.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <span>
+
+#include "keloecgsolver/keloecgsolver.h"
+
+namespace keloecg {
+
+namespace {
+
+struct RealDeleter {
+  void operator()(emxArray_real_T* a) const { emxDestroyArray_real_T(a); }
+};
+struct IntDeleter {
+  void operator()(emxArray_int32_T* a) const { emxDestroyArray_int32_T(a); }
+};
+using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
+using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+
+std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
+  std::size_t n = a.numDimensions > 0 ? 1 : 0;
+  for (int d = 0; d < a.numDimensions; ++d) n *= static_cast<std::size_t>(std::max(a.size[d], 0));
+  return {a.data, n};
+}
+
+constexpr double kLowestRate = 30.0;
+constexpr double kHighestRate = 220.0;
+
+// The analysis rate as the library's integer argument.
+constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
+
+// Each entry point's _initialize routine (re)writes the library's shared
+// non-finite constants, and its _terminate routine does nothing. Runs on
+// several threads must not write those constants while another thread
+// reads them, so the routines used here are initialised once, before the
+// first analysis, for the whole process.
+void initialize_library() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    detectWaves_initialize();
+    calcHRvar_initialize();
+    classifyQRSvar_initialize();
+    checkRRvar_initialize();
+  });
+}
+
+}  // namespace
+
+QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
+  QrsResult r;
+  r.excerpt = excerpt;
+  r.window_s = settings.window_s;
+  r.full_scale = settings.full_scale ? settings.full_scale : p.recording.full_scale;
+  // Without a known full scale the clipping test is switched off: nothing
+  // exceeds 0.97 times infinity.
+  const double full_scale = r.full_scale.value_or(std::numeric_limits<double>::infinity());
+
+  const auto length = static_cast<std::int32_t>(excerpt.length);
+  std::vector<double> copy(p.samples.begin() + excerpt.start, p.samples.begin() + excerpt.end());
+  RealArray ecg(emxCreateWrapper_real_T(copy.data(), length, 1));
+  IntArray peaks(emxCreate_int32_T(length, 1));
+  IntArray windows(emxCreate_int32_T(1, 1));
+  std::int32_t grade = 1;
+  initialize_library();
+  detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
+  r.excerpt_grade = grade;
+
+  const auto found = elements(*peaks);
+  r.r_peaks.reserve(found.size());
+  // 1-based positions in the excerpt become 0-based sample numbers of the
+  // whole recording.
+  for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + excerpt.start);
+  const auto grades = elements(*windows);
+  r.window_grades.assign(grades.begin(), grades.end());
+
+  r.status = kNoUsableBeats;
+  const auto count = static_cast<std::int32_t>(found.size());
+  if (count > 1) {
+    const double rate = calcHRvar(peaks.get(), count, kFs);
+    if (rate >= kLowestRate && rate <= kHighestRate) {
+      r.heart_rate = rate;
+      r.status = kSuccess;
+    } else {
+      r.rejected_rate = rate;
+    }
+  }
+  if (grade == 2) r.status = kClipped;
+  if (grade == 3) r.status = kIrregular;
+  return r;
+}
+
+namespace {
+
+// The periodogram behind the band powers: the same interval series and
+// Lomb amplitudes that calcHrv sums, kept up to the 0.4 Hz limit.
+Periodogram periodogram(std::span<const std::int32_t> peaks) {
+  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+  if (n < 3) return {};  // fewer than two analysed points: no grid
+  std::vector<char> annotations(static_cast<std::size_t>(n));
+  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
+  const auto len = static_cast<std::size_t>(2 * n);
+  std::vector<double> freq(len), amp(len);
+  calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
+  Periodogram out;
+  const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
+    out.frequency_hz.push_back(freq[i]);
+    out.amplitude.push_back(amp[i]);
+  }
+  return out;
+}
+
+}  // namespace
+
+HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
+  HrvResult r;
+  r.qrs = std::move(qrs);
+  const QrsResult& q = r.qrs;
+  r.status = q.status;
+  if (!q.heart_rate) {
+    r.not_computed = q.r_peaks.size() < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
+    return r;
+  }
+  // calcHrv takes the 1-based positions within the excerpt, as detectWaves
+  // gave them.
+  std::vector<std::int32_t> peaks;
+  peaks.reserve(q.r_peaks.size());
+  for (auto s : q.r_peaks) peaks.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
+  std::int32_t status = 0;
+  {
+    std::lock_guard guard(lock.mutex);
+    calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
+    if (with_periodogram) r.periodogram = periodogram(peaks);
+  }
+  r.computed = true;
+  r.spectrum = status == kSuccess;
+  r.status = status;
+  if (q.excerpt_grade == 2) r.status = kClipped;
+  if (q.excerpt_grade == 3) r.status = kIrregular;
+  return r;
+}
+
+BeatReview review_beats(const Prepared& p, const QrsResult& q) {
+  BeatReview review;
+  const auto n = static_cast<std::int32_t>(q.r_peaks.size());
+  if (n == 0) return review;
+  std::vector<double> excerpt(p.samples.begin() + q.excerpt.start, p.samples.begin() + q.excerpt.end());
+  std::vector<std::int32_t> positions;  // 1-based within the excerpt
+  for (auto s : q.r_peaks) positions.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
+
+  RealArray signal(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1));
+  IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
+  IntArray classes(emxCreate_int32_T(1, 1));
+  initialize_library();
+  classifyQRSvar(signal.get(), peaks.get(), n, kFs, classes.get());
+  const auto all = elements(*classes);  // one entry per sample; the first n belong to the beats
+  review.classes.assign(all.begin(), all.begin() + std::min<std::ptrdiff_t>(n, static_cast<std::ptrdiff_t>(all.size())));
+
+  // The RR check edits its records in place: give it copies, and keep the
+  // beats that classification found normal from being marked.
+  IntArray kept(emxCreate_int32_T(n, 1));
+  IntArray marks(emxCreate_int32_T(n, 1));
+  for (std::int32_t k = 0; k < n; ++k) {
+    kept->data[k] = positions[static_cast<std::size_t>(k)];
+    marks->data[k] = k < static_cast<std::int32_t>(review.classes.size()) ? review.classes[static_cast<std::size_t>(k)] : 1;
+  }
+  std::int32_t count = n;
+  checkRRvar(kept.get(), &count, marks.get());
+  std::size_t j = 0;
+  for (std::size_t k = 0; k < positions.size(); ++k) {
+    if (j < static_cast<std::size_t>(count) && kept->data[j] == positions[k]) {
+      ++j;
+    } else {
+      review.rr_removed.push_back(k);
+    }
+  }
+  return review;
+}
+
+}  // namespace keloecg

@@ -1,0 +1,96 @@
+// EDF, EDF+ and BDF (BDF+) files through EDFlib.
+#include <edflib.h>
+
+#include <cmath>
+#include <memory>
+#include <mutex>
+
+#include "errors.hpp"
+#include "file_util.hpp"
+#include "readers.hpp"
+
+namespace keloecg::detail {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// EDFlib keeps its table of open files in global state of its own, so
+// opening, reading and closing are serialised across threads.
+std::mutex& edflib_lock() {
+  static std::mutex lock;
+  return lock;
+}
+
+std::string open_error(int code) {
+  switch (code) {
+    case EDFLIB_MALLOC_ERROR: return "out of memory while opening";
+    case EDFLIB_NO_SUCH_FILE_OR_DIRECTORY: return "cannot open";
+    case EDFLIB_FILE_CONTAINS_FORMAT_ERRORS: return "not a valid EDF/BDF file (its header has format errors)";
+    case EDFLIB_MAXFILES_REACHED: return "too many EDF files open";
+    case EDFLIB_FILE_READ_ERROR: return "cannot read an EDF/BDF header (the file is too short or damaged)";
+    case EDFLIB_FILE_ALREADY_OPENED: return "file already opened";
+    case EDFLIB_FILETYPE_ERROR: return "not an EDF/BDF file";
+    case EDFLIB_FILE_IS_DISCONTINUOUS: return "discontinuous EDF+D/BDF+D files are not supported";
+    default: return "cannot be read as EDF/BDF (EDFlib error " + std::to_string(code) + ")";
+  }
+}
+
+std::string trimmed(const char* s) {
+  std::string out(s);
+  while (!out.empty() && out.back() == ' ') out.pop_back();
+  while (!out.empty() && out.front() == ' ') out.erase(out.begin());
+  return out;
+}
+
+struct EdfFile {
+  int handle = -1;
+  ~EdfFile() {
+    if (handle >= 0) edfclose_file(handle);
+  }
+};
+
+}  // namespace
+
+Recording read_edf(const fs::path& path, const LoadOptions& options) {
+  const std::string where = display(path);
+  require_readable_file(path);
+  std::lock_guard guard(edflib_lock());
+
+  auto hdr = std::make_unique<edf_hdr_struct>();  // large: kept off the stack
+  EdfFile file;
+  if (edfopen_file_readonly(path.c_str(), hdr.get(), EDFLIB_DO_NOT_READ_ANNOTATIONS) != 0) {
+    throw InputError(where, open_error(hdr->filetype));
+  }
+  file.handle = hdr->handle;
+
+  Recording rec;
+  static constexpr const char* kTypes[] = {"EDF", "EDF+", "BDF", "BDF+"};
+  rec.format = hdr->filetype >= 0 && hdr->filetype < 4 ? kTypes[hdr->filetype] : "EDF";
+  for (int s = 0; s < hdr->edfsignals; ++s) rec.lead_names.push_back(trimmed(hdr->signalparam[s].label));
+  if (rec.lead_names.empty()) throw InputError(where, "the file holds no signal (only annotations)");
+  const int lead = choose_lead(rec.lead_names, options.lead, where);
+  const auto& param = hdr->signalparam[lead];
+  rec.lead_index = lead;
+
+  if (hdr->datarecord_duration <= 0 || param.smp_in_datarecord <= 0) {
+    throw InputError(where, "signal " + std::to_string(lead) + " has no sampling rate (empty data records)");
+  }
+  rec.fs = param.smp_in_datarecord * static_cast<double>(EDFLIB_TIME_DIMENSION) /
+           static_cast<double>(hdr->datarecord_duration);
+  rec.units = trimmed(param.physdimension);
+  rec.full_scale = std::max(std::abs(param.phys_max), std::abs(param.phys_min));
+  rec.full_scale_source = "physical range of the file";
+
+  rec.samples.resize(static_cast<std::size_t>(param.smp_in_file));
+  std::size_t done = 0;
+  while (done < rec.samples.size()) {
+    const int chunk = static_cast<int>(std::min<std::size_t>(rec.samples.size() - done, 1 << 20));
+    const int got = edfread_physical_samples(file.handle, lead, chunk, rec.samples.data() + done);
+    if (got <= 0) throw InputError(where, "read error after " + std::to_string(done) + " samples");
+    done += static_cast<std::size_t>(got);
+  }
+  return rec;
+}
+
+}  // namespace keloecg::detail

@@ -1,0 +1,95 @@
+#include "file_util.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <system_error>
+
+#include "errors.hpp"
+
+namespace keloecg {
+
+namespace fs = std::filesystem;
+
+std::string display(const fs::path& path) { return path.string(); }
+
+void require_readable_file(const fs::path& path) {
+  std::error_code ec;
+  const auto status = fs::status(path, ec);
+  if (ec || !fs::exists(status)) {
+    throw InputError(display(path), "no such file");
+  }
+  if (fs::is_directory(status)) throw InputError(display(path), "is a directory, not a file");
+  if (!fs::is_regular_file(status)) throw InputError(display(path), "is not a regular file");
+  if (::access(path.c_str(), R_OK) != 0) {
+    throw InputError(display(path), std::string("cannot read: ") + std::strerror(errno));
+  }
+}
+
+std::vector<std::uint8_t> read_bytes(const fs::path& path) {
+  require_readable_file(path);
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw InputError(display(path), std::string("cannot open: ") + std::strerror(errno));
+  std::vector<std::uint8_t> bytes;
+  std::error_code ec;
+  const auto size = fs::file_size(path, ec);
+  if (!ec) bytes.reserve(static_cast<std::size_t>(size));
+  bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  if (in.bad()) throw InputError(display(path), "read error");
+  return bytes;
+}
+
+std::string read_text(const fs::path& path) {
+  const auto bytes = read_bytes(path);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+namespace {
+
+struct FileCloser {
+  void operator()(std::FILE* f) const { std::fclose(f); }
+};
+
+}  // namespace
+
+void write_file_atomically(const fs::path& path, std::string_view content) {
+  const fs::path dir = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  std::error_code ec;
+  if (!fs::is_directory(dir, ec)) {
+    throw InputError(display(path), "cannot write: folder " + display(dir) + " does not exist");
+  }
+  // mkstemp gives a fresh name in the same folder, so the final rename is
+  // atomic and two runs never share a temporary file.
+  std::string tmpl = (dir / ("." + path.filename().string() + ".XXXXXX")).string();
+  const int fd = ::mkstemp(tmpl.data());
+  if (fd < 0) throw InputError(display(path), std::string("cannot write: ") + std::strerror(errno));
+  std::unique_ptr<std::FILE, FileCloser> out(::fdopen(fd, "wb"));
+  if (!out) {
+    ::close(fd);
+    ::unlink(tmpl.c_str());
+    throw InputError(display(path), "cannot write");
+  }
+  const bool written = std::fwrite(content.data(), 1, content.size(), out.get()) == content.size();
+  const bool flushed = std::fflush(out.get()) == 0;
+  const int saved_errno = errno;
+  out.reset();
+  if (!written || !flushed) {
+    ::unlink(tmpl.c_str());
+    throw InputError(display(path), std::string("cannot write: ") + std::strerror(saved_errno));
+  }
+  // mkstemp creates the file with mode 0600; results are ordinary,
+  // world-readable files.
+  ::chmod(tmpl.c_str(), 0644);
+  if (std::rename(tmpl.c_str(), path.c_str()) != 0) {
+    const int err = errno;
+    ::unlink(tmpl.c_str());
+    throw InputError(display(path), std::string("cannot write: ") + std::strerror(err));
+  }
+}
+
+}  // namespace keloecg

@@ -1,0 +1,47 @@
+// Results as JSON, CSV and text for people.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "analysis.hpp"
+
+namespace keloecg {
+
+using Json = nlohmann::ordered_json;
+
+Json recording_json(const Prepared& p);
+Json settings_json(const AnalysisSettings& s);
+Json qrs_json(const Prepared& p, const QrsResult& q);
+Json hrv_json(const HrvResult& h);  // the HRV part only (the R peaks are in qrs_json)
+Json counts_json(const MatchCounts& c);
+Json validation_json(const Validation& v);
+
+// The document of one recording as `keloecg qrs|hrv --json` prints it and
+// `keloecg batch` writes it.
+Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs, const HrvResult* hrv,
+              const Validation* validation);
+
+// Text for people.
+std::string recording_text(const Prepared& p);
+std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed);
+std::string beats_text(const Prepared& p, const QrsResult& q);
+std::string hrv_text(const HrvResult& h);
+// One row per record and, with several, a total row.
+std::string validation_text(const std::vector<Validation>& rows);
+
+// CSV.
+std::string beats_csv(const Prepared& p, const QrsResult& q);
+// The summary columns shared by `hrv --csv` and the batch summary.
+std::vector<std::string> summary_header();
+std::vector<std::string> summary_row(const std::string& file, const Prepared* p, const QrsResult* qrs,
+                                     const HrvResult* hrv, const Validation* validation,
+                                     const std::string& error);
+std::string validation_csv(const std::vector<Validation>& rows);
+std::string csv_line(const std::vector<std::string>& fields);
+
+// Numbers as the text and CSV outputs show them ("" for NaN in CSV).
+std::string number(double v, int significant = 6);
+
+}  // namespace keloecg
