@@ -26,29 +26,25 @@ I positive(const V& rpeaks) {
   return p;
 }
 
-TEST(DetectWaves, RegularRhythmEveryBeatFound) {
-  const auto beats = regular_beats(150, 160, 37);
-  const auto ecg = synthetic_ecg(beats, 6000, {.noiseMv = 0.03, .wanderMv = 0.1, .seed = 7});
-  const WavesResult r = run_detect_waves(ecg, 200);
-  EXPECT_EQ(r.rPeaks.size(), beats.size());
-  EXPECT_EQ(matched(positions(beats), r.rPeaks, 2), beats.size());
-  EXPECT_EQ(r.quality, 1);
-  EXPECT_EQ(r.windowQualities, (I{0, 0, 0}));
-}
-
-TEST(DetectWaves, IrregularThenClipped) {
+TEST(DetectWaves, EveryBeatFoundAndGraded) {
+  const auto expect = [](const std::vector<Beat>& beats, const V& ecg, double fullScale, int32_t quality,
+                         const I& windows) {
+    SCOPED_TRACE(testing::Message() << "grade " << quality << " at full scale " << fullScale);
+    const WavesResult r = run_detect_waves(ecg, 200, fullScale);
+    EXPECT_EQ(r.rPeaks.size(), beats.size());
+    EXPECT_EQ(matched(positions(beats), r.rPeaks, 2), beats.size());
+    EXPECT_EQ(r.quality, quality);
+    EXPECT_EQ(r.windowQualities, windows);
+  };
+  const auto regular = regular_beats(150, 160, 37);
+  expect(regular, synthetic_ecg(regular, 6000, {.noiseMv = 0.03, .wanderMv = 0.1, .seed = 7}), 10, 1, {0, 0, 0});
   std::vector<Beat> beats;  // RR 230, 110, 230, ... over 30 s
   for (int64_t p = 150, i = 0; p < 5850; p += (i++ % 2 ? 110 : 230)) beats.push_back({p});
-  const WavesResult r = run_detect_waves(synthetic_ecg(beats, 6000, {.noiseMv = 0.02}), 200);
-  EXPECT_EQ(matched(positions(beats), r.rPeaks, 2), beats.size());
-  EXPECT_EQ(r.quality, 3);
-  EXPECT_EQ(r.windowQualities, (I{6, 6, 6}));
+  expect(beats, synthetic_ecg(beats, 6000, {.noiseMv = 0.02}), 10, 3, {6, 6, 6});
   auto ecg = synthetic_ecg(beats, 6000, {.noiseMv = 0.02, .amplitude = 2.0});
   for (double& v : ecg) v = std::clamp(v, -1.5, 1.5);  // the amplifier saturates
-  const WavesResult c = run_detect_waves(ecg, 200, 1.5);
-  EXPECT_EQ(c.quality, 2);  // whatever the rhythm
-  EXPECT_EQ(c.windowQualities, (I{5, 5, 5}));
-  EXPECT_EQ(run_detect_waves(ecg, 200, 2.0).quality, 3);  // 1.5 <= 0.97 * 2
+  expect(beats, ecg, 1.5, 2, {5, 5, 5});  // clipped, whatever the rhythm
+  expect(beats, ecg, 2.0, 3, {6, 6, 6});  // 1.5 <= 0.97 * 2
 }
 
 TEST(Detector, CentresItsInputButDetectWavesAndNullCallsDoNot) {

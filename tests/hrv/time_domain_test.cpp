@@ -74,6 +74,17 @@ TEST(HrvTime, GapSkipsWholeSegments) {
   EXPECT_NEAR(r[KELO_HRV_SDNNIDX], 0.1, 1e-12);
 }
 
+TEST(HrvTime, NonNormalBeatsBreakTheNNSeries) {
+  // An annotation other than 'N' removes its interval and the next one, and
+  // the differences that touch them: NN are intervals 1, 4 and 5.
+  Series s = series_of({160, 160, 170, 150, 160, 160});
+  s.ann[2] = 'A';
+  const Results r = time_results(s);
+  EXPECT_DOUBLE_EQ(r[KELO_HRV_NN_RR], 3.0 / 6.0);
+  EXPECT_NEAR(r[KELO_HRV_AVNN], 0.8, 1e-15);
+  EXPECT_EQ(r[KELO_HRV_RMSSD], 0.0);  // the one difference: 5 - 4
+}
+
 TEST(HrvTime, DegenerateSeries) {
   const int32_t beats[] = {100, 260};
   for (int32_t n : {0, 1}) {
