@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <span>
 #include <utility>
 
 #include "detect/detect_support.hpp"
@@ -13,18 +14,23 @@ namespace {
 using namespace kelo::detect;
 using namespace kelo::test;
 
+// Each {x, 1-based position} case, the amplitude being the sample there
+// (-Inf for both when there is no peak).
+void expect_peaks(Peak (*finder)(std::span<const double>), const std::vector<std::pair<V, double>>& cases) {
+  for (const auto& [x, at] : cases) {
+    const Peak p = finder(x);
+    EXPECT_EQ(p.position, at) << testing::PrintToString(x);
+    EXPECT_EQ(p.amplitude, at > 0 ? x[std::size_t(at) - 1] : -kInf) << testing::PrintToString(x);
+  }
+}
+
 TEST(FindSmallPeak, HighestInteriorMaximumFirstOfEqualsWins) {
   // A plateau counts from its first sample; the ends never count; a NaN
   // neighbour is never below; -Inf when there is no interior maximum.
-  const std::vector<std::pair<V, double>> cases{
+  expect_peaks(m_findsmallpeak, {
       {{0, 1, 1, 0}, 2}, {{0, 2, 0, 2, 0}, 2}, {{0, 1, 0, 3, 0, 2, 0}, 4}, {{9, 1, 2, 1, 9}, 3},
       {{0, kNaN, 0, 1, 0}, 4}, {{1, 2, 3}, -kInf}, {{3, 2, 1}, -kInf}, {{2, 2, 2}, -kInf},
-      {{0, 1}, -kInf}, {{}, -kInf}, {{0, 0, 0, 1}, -kInf}, {{0, 5, kNaN, 1, 0}, -kInf}};
-  for (const auto& [x, at] : cases) {
-    const Peak p = m_findsmallpeak(x);
-    EXPECT_EQ(p.position, at) << testing::PrintToString(x);
-    EXPECT_EQ(p.amplitude, at > 0 ? x[std::size_t(at) - 1] : -kInf);
-  }
+      {{0, 1}, -kInf}, {{}, -kInf}, {{0, 0, 0, 1}, -kInf}, {{0, 5, kNaN, 1, 0}, -kInf}});
 }
 
 TEST(FindBigPeak, ScoreWeighsTheFall1_3AgainstTheRise) {
@@ -33,16 +39,10 @@ TEST(FindBigPeak, ScoreWeighsTheFall1_3AgainstTheRise) {
   // score, is returned. Equal totals: the larger fall wins; equal scores:
   // the first. The last sample is the right foot of the last maximum even
   // when high; a NaN hides the foot after the maximum at 2, which is skipped.
-  const std::vector<std::pair<V, double>> cases{
-      {{0, 5, 4, 6, 0}, 4},       {{0, 4, 2, 4, 0}, 4}, {{0, 3, 0, 3, 0}, 2},
-      {{5, 6, 5, 0, 4, 0}, 5},    {{0, 3, 1, 4, 2, 7, 0}, 6}, {{0, 5, 0, 8, 7, 6}, 2},
-      {{0, 9, 1, kNaN, 1, 3, 0}, 6}, {{}, -kInf}, {{1}, -kInf}, {{1, 2}, -kInf},
-      {{1, 2, 3, 4}, -kInf},      {{3, 3, 3}, -kInf}};
-  for (const auto& [x, at] : cases) {
-    const Peak p = m_findbigpeak(x);
-    EXPECT_EQ(p.position, at) << testing::PrintToString(x);
-    EXPECT_EQ(p.amplitude, at > 0 ? x[std::size_t(at) - 1] : -kInf);
-  }
+  expect_peaks(m_findbigpeak, {
+      {{0, 5, 4, 6, 0}, 4}, {{0, 4, 2, 4, 0}, 4}, {{0, 3, 0, 3, 0}, 2}, {{5, 6, 5, 0, 4, 0}, 5},
+      {{0, 3, 1, 4, 2, 7, 0}, 6}, {{0, 5, 0, 8, 7, 6}, 2}, {{0, 9, 1, kNaN, 1, 3, 0}, 6}, {{}, -kInf},
+      {{1}, -kInf}, {{1, 2}, -kInf}, {{1, 2, 3, 4}, -kInf}, {{3, 3, 3}, -kInf}});
 }
 
 TEST(Abs, ClearsTheSignBitOverTheFirstExtent) {

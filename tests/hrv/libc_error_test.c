@@ -1,7 +1,8 @@
-// A C program linked with the C library's error() (GNU <error.h>) first in
-// the symbol lookup: the umbrella header must not clash with <error.h>, the
-// program's error() must reach the C library, and the library's own
-// diagnostics must stay inside the library.
+/* A C program that uses the C library's error() (GNU <error.h>) together
+   with this library, linked after the C library so that the C library's
+   error() comes first in the symbol lookup. The umbrella header must not
+   clash with <error.h>, the program's error() must reach the C library, and
+   the library's own diagnostics must stay inside the library. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <error.h>
@@ -35,14 +36,13 @@ int main(void) {
   error(0, 0, "this line is expected (the C library's error)");
   check(error_message_count == 1, "the program's error() reaches the C library");
 
-  // Diagnostics inside the library (factorial table, then workspaces too
-  // small); reaching the C library's error() would count a message or end
-  // the process.
-  spread(1.0f, yy, 20, 5.5f, 11);
-  fasper(x, y, 4, 4.0f, 2.0f, wk1, wk2, 128, &nout, &jmax, &prob);
+  /* Each call raises a diagnostic inside the library; reaching the C
+     library's error() would count a message or end the process. */
+  spread(1.0f, yy, 20, 5.5f, 11);                                    /* factorial table too small */
+  fasper(x, y, 4, 4.0f, 2.0f, wk1, wk2, 128, &nout, &jmax, &prob);  /* workspaces too small */
   check(nout == 0 && error_message_count == 1, "the library's diagnostics stay inside it");
 
-  // The library's own error(), reached through its handle, does nothing.
+  /* The library's own error(), reached through its handle, does nothing. */
   check(self != NULL, "the library is loaded");
   if (self != NULL) {
     *(void**)(&own_error) = dlsym(self, "error");
