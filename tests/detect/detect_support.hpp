@@ -2,8 +2,10 @@
 // and matching of detected beats against reference beats.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <vector>
 
 #include "keloecgsolver/detect.h"
@@ -12,26 +14,30 @@
 
 namespace kelo::test {
 
+using V = std::vector<double>;
+using I = std::vector<int32_t>;
+inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+inline constexpr double kInf = std::numeric_limits<double>::infinity();
+
 struct WavesResult {
-  std::vector<int32_t> rPeaks;  // 1-based
+  I rPeaks;  // 1-based
   int32_t quality = 0;
-  std::vector<int32_t> windowQualities;
+  I windowQualities;
 };
 
-inline WavesResult run_detect_waves(const std::vector<double>& ecg, int32_t fs,
-                                    double fullScale = 10.0) {
+inline WavesResult run_detect_waves(const V& ecg, int32_t fs, double fullScale = 10.0) {
   EmxInt32 peaks(2), windows(2);
-  WavesResult r;
+  int32_t quality = 0;
   detectWaves_initialize();
-  detectWaves(column(ecg), fullScale, fs, 10, peaks, &r.quality, windows);
-  return {values(peaks), r.quality, values(windows)};
+  detectWaves(column(ecg), fullScale, fs, 10, peaks, &quality, windows);
+  return {values(peaks), quality, values(windows)};
 }
 
 struct DetectorResult {
-  std::vector<double> rpeaks, feature, threshold, centred;
+  V rpeaks, feature, threshold, centred;
 };
 
-inline DetectorResult run_detector(const std::vector<double>& ecg, double fs) {
+inline DetectorResult run_detector(const V& ecg, double fs) {
   EmxReal x = column(ecg), rpeaks(1), feature(1), threshold(1);
   detectWaves_initialize();
   m_analyze_ecg_offline_r(x, fs, rpeaks, feature, threshold);
@@ -40,18 +46,14 @@ inline DetectorResult run_detector(const std::vector<double>& ecg, double fs) {
 
 // Reference beats (0-based) matched one to one with detections (1-based)
 // within `tolerance` samples.
-inline std::size_t matched(const std::vector<int64_t>& reference,
-                           const std::vector<int32_t>& detected, int64_t tolerance) {
-  std::vector<bool> used(detected.size(), false);
+inline std::size_t matched(const std::vector<int64_t>& reference, I detected, int64_t tolerance) {
   std::size_t count = 0;
   for (int64_t ref : reference) {
-    for (std::size_t i = 0; i < detected.size(); ++i) {
-      if (!used[i] && std::llabs((detected[i] - 1) - ref) <= tolerance) {
-        used[i] = true;
-        ++count;
-        break;
-      }
-    }
+    const auto hit = std::find_if(detected.begin(), detected.end(),
+                                  [&](int64_t d) { return std::llabs(d - 1 - ref) <= tolerance; });
+    if (hit == detected.end()) continue;
+    *hit = INT32_MIN;  // used up
+    ++count;
   }
   return count;
 }

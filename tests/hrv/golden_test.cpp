@@ -30,8 +30,8 @@ TEST(HrvGolden, Mitdb100FirstFiveMinutes) {
                                         0.038495835460805733, 0.055320828100627044, 0.0625};
   const std::array<double, 6> want_freq{0.00088485070362778002, 2.4382063239534304e-06, 6.1715496865112409e-05,
                                         6.8563817606037683e-05, 0.00075213318283267694, 0.09115914464485303};
-  for (std::size_t i = 0; i < time.size(); ++i) EXPECT_EQ(time[i], want_time[i]) << "time result " << i;
-  for (std::size_t i = 0; i < freq.size(); ++i) EXPECT_EQ(freq[i], want_freq[i]) << "frequency result " << i;
+  EXPECT_EQ(time, want_time);
+  EXPECT_EQ(freq, want_freq);
   EXPECT_EQ(pwr, 0.00148192921f);  // variance of the 369 analysed intervals
 }
 

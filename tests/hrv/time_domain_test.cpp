@@ -8,53 +8,34 @@
 #include <vector>
 
 #include "hrv/hrv_support.hpp"
-#include "keloecgsolver/hrv.h"
 
 namespace {
 
+using namespace kelo::test;
 using Results = std::array<double, 7>;
 
-struct Series {
-  std::vector<char> ann;
-  std::vector<double> t, rr;
-};
-
-Series series_of(const std::vector<int32_t>& intervals) {  // at 200 Hz
-  const std::vector<int32_t> beats = kelo::test::beats_from_intervals(intervals);
-  const auto n = static_cast<int32_t>(intervals.size());
-  Series s{std::vector<char>(n), std::vector<double>(n), std::vector<double>(n)};
-  calcRR(beats.data(), n, 200, s.ann.data(), s.t.data(), s.rr.data());
-  return s;
-}
+Series series_of(const Beats& intervals) { return rr_series(beats_from_intervals(intervals)); }
 
 Results time_results(const Series& s, int32_t* status = nullptr) {
   Results r;
   r.fill(-99.0);
-  calcHrvTime(s.t.data(), s.rr.data(), s.ann.data(), static_cast<int32_t>(s.t.size()), r.data(), status);
+  calcHrvTime(s.t.data(), s.rr.data(), s.ann.data(), s.n(), r.data(), status);
   return r;
 }
 
-std::string text(const Results& r) {  // "%g" of each result, NaN as "nan"
+std::string text(const Results& r) {  // "%f" of each result, NaN as "nan"
   std::string out;
   for (double v : r) out += (out.empty() ? "" : " ") + (std::isnan(v) ? std::string("nan") : std::to_string(v));
   return out;
 }
 
-TEST(HrvTime, IntervalSeriesMidpointsAndSaturation) {
-  const Series s = series_of({160, 170, 150});
-  EXPECT_EQ(s.ann, (std::vector<char>{'N', 'N', 'N'}));
-  EXPECT_EQ(s.rr, (std::vector<double>{0.8, 0.85, 0.75}));
-  EXPECT_EQ(s.t, (std::vector<double>{0.0, (0.8 + 0.85) / 2, (0.8 + 0.85) / 2 + (0.85 + 0.75) / 2}));
-  const int32_t extremes[] = {INT32_MIN, INT32_MAX};
-  char ann;
-  double t, rr;
-  calcRR(extremes, 1, 1, &ann, &t, &rr);
-  EXPECT_EQ(rr, 2147483647.0);  // saturated, not wrapped to -1
-}
-
 TEST(HrvTime, AllNormalSeriesByHand) {
-  // rr = 0.8 | 0.85 0.75 0.9 0.8: interval 0 is never NN.
+  // rr = 0.8 | 0.85 0.75 0.9 0.8 at the interval midpoints; interval 0 is
+  // never NN.
   const Series s = series_of({160, 170, 150, 180, 160});
+  EXPECT_EQ(s.ann, std::vector<char>(5, 'N'));
+  EXPECT_EQ(s.rr, (std::vector<double>{0.8, 0.85, 0.75, 0.9, 0.8}));
+  EXPECT_EQ(s.t[2], (0.8 + 0.85) / 2 + (0.85 + 0.75) / 2);
   int32_t status = -1;
   const Results r = time_results(s, &status);
   EXPECT_EQ(status, 0);
@@ -71,6 +52,8 @@ TEST(HrvTime, AllNormalSeriesByHand) {
   Results raw;
   calcStatNN(s.t.data(), s.rr.data(), s.ann.data(), 5, raw.data());
   EXPECT_EQ(raw[KELO_HRV_SDANN], -1.0);
+  // The interval saturates instead of wrapping to -1.
+  EXPECT_EQ(rr_series({INT32_MIN, INT32_MAX}, 1).rr[0], 2147483647.0);
 }
 
 TEST(HrvTime, DifferenceOfExactly50msIsNotCounted) {
@@ -113,9 +96,7 @@ TEST(HrvTime, DegenerateSeries) {
     EXPECT_EQ(status, KELO_HRV_STATUS_NO_SPECTRUM);
   }
   calcHrv(nullptr, 3, 200, nullptr, nullptr, nullptr);  // must simply return
-}
-
-TEST(HrvTime, SeriesBeyondTheSegmentBuffersGiveNaNWithoutHanging) {
+  // Beyond the segment buffers (200 hours): all NaN, without hanging.
   for (double late : {720000.0, 720000.5, std::numeric_limits<double>::infinity()}) {
     const Series s{std::vector<char>(4, 'N'), {0, 1, 2, late}, {0.8, 0.8, 0.9, 0.8}};
     EXPECT_EQ(text(time_results(s)) == "nan nan nan nan nan nan nan", late > 720000.0) << late;
