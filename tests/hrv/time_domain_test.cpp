@@ -106,14 +106,16 @@ TEST(HrvTime, DegenerateSeries) {
 TEST(HrvTime, StaticBuffersAreResetBetweenCalls) {
   const Series a{std::vector<char>(6, 'N'), {0, 1, 2, 400, 401, 402}, {0.8, 0.9, 0.7, 0.8, 1.0, 0.7}};
   const Series b{std::vector<char>(6, 'N'), {0, 1, 2, 400, 401, 402}, {0.5, 0.6, 0.7, 0.4, 0.5, 0.9}};
-  const Series oneSegment{std::vector<char>(4, 'N'), {0, 1, 2, 3}, {0.8, 0.9, 0.7, 0.8}};
   const Results first = time_results(a);
-  const Results alone = time_results(oneSegment);
   time_results(b);
   EXPECT_EQ(time_results(a), first);
-  // A second segment left over from the calls before must not count.
-  EXPECT_EQ(time_results(oneSegment), alone);
-  EXPECT_EQ(alone[3], 0.0);
+  // The first segment holds one NN interval only and is never closed; the
+  // segment that call a closed there must not count now: one segment, so
+  // SDANN 0 and SDNN index the SD of 0.8, 1.0, 0.7.
+  const Series late{std::vector<char>(5, 'N'), {0, 1, 400, 401, 402}, {0.8, 0.9, 0.8, 1.0, 0.7}};
+  const Results r = time_results(late);
+  EXPECT_EQ(r[3], 0.0);
+  EXPECT_NEAR(r[4], std::sqrt(0.0466666666666667 / 2.0), 1e-12);
 }
 
 }  // namespace
