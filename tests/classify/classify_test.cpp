@@ -82,8 +82,6 @@ TEST(Classify, ShiftSearchSignalEndsAndNaN) {
   r[9] += 7;  // detected 7 samples late: found again by shifting
   r[0] -= 6;  // at 13 = h + 1: tested, but too near the start to shift
   EXPECT_EQ(abnormal(x, r), (Idx{0}));
-  r[0] += 6;
-  EXPECT_EQ(abnormal(x, r), Idx{}) << "without the offset the first beat is normal";
 
   // A flat signal fails every tested beat: 12 and 35989 lack a full window,
   // 13 and 35988 just have one, the rest lie outside the signal.
@@ -135,7 +133,8 @@ void expect_found(const Refined& r, std::size_t count) {
                [&](int32_t p) { return !std::binary_search(r.in.begin(), r.in.begin() + r.n, p); });
   ASSERT_EQ(added.size(), count);
   for (std::size_t k = 0; k < count; ++k) {
-    EXPECT_TRUE(added[k] >= r.dropped[k] - 30 && added[k] < r.dropped[k]) << added[k] << " for " << r.dropped[k];
+    EXPECT_TRUE(added[k] >= r.dropped[k] - 30 && added[k] < r.dropped[k])
+        << added[k] << " found for " << r.dropped[k];
   }
   EXPECT_TRUE(std::is_sorted(first, last));
   EXPECT_TRUE(std::includes(first, last, r.in.begin(), r.in.begin() + r.n - static_cast<int32_t>(count)));
