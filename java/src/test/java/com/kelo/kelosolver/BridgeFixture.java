@@ -1,7 +1,6 @@
 package com.kelo.kelosolver;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.lang.reflect.Field;
 import java.util.Arrays;
@@ -20,19 +19,16 @@ final class BridgeFixture {
 
   private BridgeFixture() {}
 
-  static KELOecgQrsResults qrs(double[] ecg, int fs, int start, double fullScale, int window)
-      throws Exception {
-    return KELOecgSealedResults.unsealQrs(
-        SOLVER.runQRSDetection(ecg, fs, start, fullScale, window), KEY);
+  static KELOecgQrsResults qrs(double[] ecg, int fs, int start, double scale, int window) throws Exception {
+    return KELOecgSealedResults.unsealQrs(SOLVER.runQRSDetection(ecg, fs, start, scale, window), KEY);
   }
 
   static KELOecgQrsResults qrs(double[] ecg) throws Exception {
     return qrs(ecg, FS, 0, FULL_SCALE, 10);
   }
 
-  static KELOecgResults hrv(double[] ecg, int fs, int start, double fullScale, int window)
-      throws Exception {
-    return KELOecgSealedResults.unsealHrv(SOLVER.runHRV(ecg, fs, start, fullScale, window), KEY);
+  static KELOecgResults hrv(double[] ecg, int fs, int start, double scale, int window) throws Exception {
+    return KELOecgSealedResults.unsealHrv(SOLVER.runHRV(ecg, fs, start, scale, window), KEY);
   }
 
   static KELOecgResults hrv(double[] ecg) throws Exception {
@@ -49,10 +45,8 @@ final class BridgeFixture {
   }
 
   static double[] hrvFields(KELOecgResults r) {
-    return new double[] {
-      r.nn_rr, r.avnn, r.sdnn, r.sdann, r.sdnnidx, r.rmssd, r.pnn50,
-      r.tot_pwr, r.ulf_pwr, r.vlf_pwr, r.lf_pwr, r.hf_pwr, r.lf_hf
-    };
+    return new double[] {r.nn_rr, r.avnn, r.sdnn, r.sdann, r.sdnnidx, r.rmssd, r.pnn50,
+                         r.tot_pwr, r.ulf_pwr, r.vlf_pwr, r.lf_pwr, r.hf_pwr, r.lf_hf};
   }
 
   /**
@@ -62,14 +56,9 @@ final class BridgeFixture {
   static void assertFailed(Object result, int status, int capacity, int windows) throws Exception {
     for (Field f : result.getClass().getFields()) {
       Object value = f.get(result);
-      if (f.getName().equals("error")) {
-        assertEquals(status, value);
-      } else if (value instanceof int[] array) {
-        int length = f.getName().equals("qualities") ? windows : capacity;
-        assertArrayEquals(filled(length, -1), array, f.getName());
-      } else {
-        assertEquals(0.0, value, f.getName());
-      }
+      String padding = Arrays.toString(filled(f.getName().equals("qualities") ? windows : capacity, -1));
+      Object expected = f.getName().equals("error") ? status : value instanceof int[] ? padding : 0.0;
+      assertEquals(expected, value instanceof int[] array ? Arrays.toString(array) : value, f.getName());
     }
   }
 
