@@ -10,10 +10,8 @@ public final class MissingResultClassMain {
   public static void main(String[] args) {
     NativeKELOecgSolver solver = new NativeKELOecgSolver();
     double[] ecg = new double[12000];
-    Object qrs = solver.runQRSDetection(ecg, 200, 0, 1.0, 10);
-    System.out.println("runQRSDetection returned " + (qrs == null ? "null" : "an object"));
-    Object hrv = solver.runHRV(ecg, 200, 0, 1.0, 10);
-    System.out.println("runHRV returned " + (hrv == null ? "null" : "an object"));
+    System.out.println("runQRSDetection returned " + solver.runQRSDetection(ecg, 200, 0, 1.0, 10));
+    System.out.println("runHRV returned " + solver.runHRV(ecg, 200, 0, 1.0, 10));
     System.out.println("version " + solver.getVersion());
   }
 }
