@@ -106,6 +106,19 @@ void run_filter(const Biquad& f, const emxArray_real_T* x, emxArray_real_T* y) {
   }
 }
 
+// 1-based positions of the true elements of mask, as a column of the
+// element type of idx.
+template <class Rec>
+void find_true(const emxArray_boolean_T* mask, Rec* idx) {
+  auto m = elements(mask);
+  const auto count = static_cast<int32_t>(std::count(m.begin(), m.end(), true));
+  if (!resize_column(idx, count)) return;
+  auto out = elements(idx);
+  std::size_t j = 0;
+  for (std::size_t k = 0; k < m.size() && j < out.size(); ++k)
+    if (m[k]) out[j++] = static_cast<emx_element_t<Rec>>(k + 1);
+}
+
 }  // namespace
 
 extern "C" {
@@ -120,25 +133,11 @@ KELO_API double m_corr_emlc(const emxArray_real_T* x, const emxArray_real_T* y) 
 }
 
 KELO_API void m_find(const emxArray_boolean_T* mask, emxArray_real_T* idx) {
-  auto m = elements(mask);
-  int32_t count = 0;
-  for (bool v : m) count += v ? 1 : 0;
-  if (!resize_column(idx, count)) return;
-  auto out = elements(idx);
-  std::size_t j = 0;
-  for (std::size_t k = 0; k < m.size() && j < out.size(); ++k)
-    if (m[k]) out[j++] = static_cast<double>(k + 1);
+  find_true(mask, idx);
 }
 
 KELO_API void m_b_eml_li_find(const emxArray_boolean_T* mask, emxArray_int32_T* idx) {
-  auto m = elements(mask);
-  int32_t count = 0;
-  for (bool v : m) count += v ? 1 : 0;
-  if (!resize_column(idx, count)) return;
-  auto out = elements(idx);
-  std::size_t j = 0;
-  for (std::size_t k = 0; k < m.size() && j < out.size(); ++k)
-    if (m[k]) out[j++] = static_cast<int32_t>(k + 1);
+  find_true(mask, idx);
 }
 
 KELO_API void m_diff(const emxArray_real_T* x, emxArray_real_T* y) {
