@@ -1,6 +1,6 @@
-// Writers of small recordings in every input format of keloecg, for the
-// tests: WFDB (212 and 16, MIT annotations), EDF/BDF through EDFlib, CSV
-// and raw float32/float64. Each test works in its own temporary folder.
+// Writers of small recordings in every input format of keloecg (WFDB 212
+// and 16 with MIT annotations, EDF/BDF, CSV, raw floats) and a temporary
+// folder per test.
 #pragma once
 
 #include <edflib.h>
@@ -44,6 +44,11 @@ inline void write_bytes(const fs::path& p, const std::vector<std::uint8_t>& byte
 }
 
 inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p) << text; }
+
+inline std::string read_file(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
 // Millivolts to ADC units, rounded, with a gain in units per mV.
 inline std::vector<int> to_adc(const std::vector<double>& mv, double gain, int baseline) {
@@ -99,27 +104,17 @@ inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int for
   return dir / (name + ".hea");
 }
 
-// MIT-format annotations: (sample, code) pairs in time order.
+// MIT-format annotations: (sample, code) pairs in time order, less than
+// 1024 samples apart (no SKIP entries).
 inline void write_mit_annotations(const fs::path& p, const std::vector<std::pair<long, int>>& annotations) {
-  std::vector<std::uint8_t> out;
-  auto word = [&](unsigned w) {
-    out.push_back(static_cast<std::uint8_t>(w & 0xFF));
-    out.push_back(static_cast<std::uint8_t>(w >> 8));
-  };
+  std::vector<int> words;
   long time = 0;
   for (auto [sample, code] : annotations) {
-    long step = sample - time;
-    if (step > 1023) {  // SKIP with a 32-bit interval, high half first
-      word(59u << 10);
-      word(static_cast<unsigned>(step >> 16) & 0xFFFF);
-      word(static_cast<unsigned>(step) & 0xFFFF);
-      step = 0;
-    }
-    word((static_cast<unsigned>(code) << 10) | static_cast<unsigned>(step));
+    words.push_back(code << 10 | static_cast<int>(sample - time));
     time = sample;
   }
-  word(0);
-  write_bytes(p, out);
+  words.push_back(0);
+  write_bytes(p, pack_16(words));
 }
 
 // An EDF+ (or BDF+) file with the given signals in physical units.
@@ -148,15 +143,12 @@ inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std
   edfclose_file(handle);
 }
 
-inline void write_f32(const fs::path& p, const std::vector<double>& x) {
-  std::vector<float> f(x.begin(), x.end());
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(f.data()),
-                                           static_cast<std::streamsize>(f.size() * sizeof(float)));
-}
-
-inline void write_f64(const fs::path& p, const std::vector<double>& x) {
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(x.data()),
-                                           static_cast<std::streamsize>(x.size() * sizeof(double)));
+// Raw little-endian samples as float (f32) or double (f64).
+template <typename T>
+inline void write_raw(const fs::path& p, const std::vector<double>& x) {
+  std::vector<T> v(x.begin(), x.end());
+  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(v.data()),
+                                           static_cast<std::streamsize>(v.size() * sizeof(T)));
 }
 
 inline void write_csv(const fs::path& p, const std::string& header, const std::vector<double>& x) {
