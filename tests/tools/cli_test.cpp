@@ -112,7 +112,9 @@ TEST(Program, EveryFormatFindsTheBeatsAtItsOwnRate) {
   for (double v : s250.mv) uv.push_back(1000.0 * v);
   kelo::test::write_edf(dir / "syn.edf", false, 250, {std::vector<double>(uv.size(), 0.0), uv}, {"Pleth", "ECG"},
                         "uV", 8000.0);
-  kelo::test::write_csv(dir / "syn.csv", "seconds,ecg", s200.mv);
+  std::string csv = "seconds,ecg\n";
+  for (std::size_t i = 0; i < s200.mv.size(); ++i) csv += std::to_string(i / 200.0) + "," + std::to_string(s200.mv[i]) + "\n";
+  kelo::test::write_text(dir / "syn.csv", csv);
   kelo::test::write_raw<double>(dir / "syn.raw", s500.mv);
 
   struct Case {

@@ -1,5 +1,5 @@
-// Writers of small recordings in every input format of keloecg (WFDB 212
-// and 16 with MIT annotations, EDF/BDF, CSV, raw floats) and a temporary
+// Writers of small recordings in the binary input formats of keloecg (WFDB
+// 212 and 16 with MIT annotations, EDF/BDF, raw floats) and a temporary
 // folder per test.
 #pragma once
 
@@ -38,12 +38,7 @@ class TempDir {
   fs::path path_;
 };
 
-inline void write_bytes(const fs::path& p, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                           static_cast<std::streamsize>(bytes.size()));
-}
-
-inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p) << text; }
+inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p, std::ios::binary) << text; }
 
 inline std::string read_file(const fs::path& p) {
   std::ifstream in(p, std::ios::binary);
@@ -57,25 +52,20 @@ inline std::vector<int> to_adc(const std::vector<double>& mv, double gain, int b
   return out;
 }
 
-// Packs interleaved samples in format 212: sample pairs (a, b) become the
-// bytes a[7:0], b[11:8] a[11:8], b[7:0].
-inline std::vector<std::uint8_t> pack_212(const std::vector<int>& stream) {
-  std::vector<std::uint8_t> out;
-  for (std::size_t i = 0; i < stream.size(); i += 2) {
-    const unsigned a = static_cast<unsigned>(stream[i]) & 0xFFF;
-    const unsigned b = i + 1 < stream.size() ? static_cast<unsigned>(stream[i + 1]) & 0xFFF : 0;
-    out.push_back(a & 0xFF);
-    out.push_back(static_cast<std::uint8_t>(((b >> 8) << 4) | (a >> 8)));
-    if (i + 1 < stream.size()) out.push_back(b & 0xFF);
-  }
-  return out;
-}
-
-inline std::vector<std::uint8_t> pack_16(const std::vector<int>& stream) {
-  std::vector<std::uint8_t> out;
-  for (int v : stream) {
-    out.push_back(static_cast<std::uint8_t>(v & 0xFF));
-    out.push_back(static_cast<std::uint8_t>((v >> 8) & 0xFF));
+// Samples in format 16 (little-endian) or 212 (pairs (a, b) as the bytes
+// a[7:0], b[11:8] a[11:8], b[7:0]; a last odd sample takes two bytes).
+inline std::string pack(int format, const std::vector<int>& stream) {
+  std::string out;
+  for (std::size_t i = 0; i < stream.size(); ++i) {
+    const auto v = static_cast<unsigned>(stream[i]);
+    if (format == 16) {
+      out += {char(v & 0xFF), char(v >> 8 & 0xFF)};
+    } else if (i % 2 == 0) {
+      out += {char(v & 0xFF), char(v >> 8 & 0xF)};
+    } else {
+      out.back() = char(static_cast<unsigned char>(out.back()) | (v >> 8 & 0xF) << 4);
+      out += char(v & 0xFF);
+    }
   }
   return out;
 }
@@ -91,7 +81,7 @@ inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int for
   for (std::size_t k = 0; k < n; ++k) {
     for (const auto& s : signals) stream.push_back(s[k]);
   }
-  write_bytes(dir / (name + ".dat"), format == 212 ? pack_212(stream) : pack_16(stream));
+  write_text(dir / (name + ".dat"), pack(format, stream));
   std::ostringstream hea;
   hea << name << " " << signals.size() << " " << fs << " " << n << "\n";
   for (std::size_t s = 0; s < signals.size(); ++s) {
@@ -114,11 +104,11 @@ inline void write_mit_annotations(const fs::path& p, const std::vector<std::pair
     time = sample;
   }
   words.push_back(0);
-  write_bytes(p, pack_16(words));
+  write_text(p, pack(16, words));
 }
 
 // An EDF+ (or BDF+) file with the given signals in physical units.
-inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std::vector<double>>& signals,
+inline void write_edf(const fs::path& p, bool bdf, int fs, std::vector<std::vector<double>> signals,
                       const std::vector<std::string>& labels, const std::string& unit, double phys_range) {
   const int handle = edfopen_file_writeonly(p.c_str(), bdf ? EDFLIB_FILETYPE_BDFPLUS : EDFLIB_FILETYPE_EDFPLUS,
                                             static_cast<int>(signals.size()));
@@ -132,13 +122,8 @@ inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std
     edf_set_label(handle, s, labels[static_cast<std::size_t>(s)].c_str());
     edf_set_physical_dimension(handle, s, unit.c_str());
   }
-  const std::size_t n = signals[0].size();
-  for (std::size_t rec = 0; rec + static_cast<std::size_t>(fs) <= n; rec += static_cast<std::size_t>(fs)) {
-    for (const auto& sig : signals) {
-      std::vector<double> chunk(sig.begin() + static_cast<std::ptrdiff_t>(rec),
-                                sig.begin() + static_cast<std::ptrdiff_t>(rec) + fs);
-      ASSERT_EQ(edfwrite_physical_samples(handle, chunk.data()), 0);
-    }
+  for (std::size_t rec = 0; rec + static_cast<std::size_t>(fs) <= signals[0].size(); rec += static_cast<std::size_t>(fs)) {
+    for (auto& sig : signals) ASSERT_EQ(edfwrite_physical_samples(handle, sig.data() + rec), 0);
   }
   edfclose_file(handle);
 }
@@ -146,17 +131,8 @@ inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std
 // Raw little-endian samples as float (f32) or double (f64).
 template <typename T>
 inline void write_raw(const fs::path& p, const std::vector<double>& x) {
-  std::vector<T> v(x.begin(), x.end());
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(v.data()),
-                                           static_cast<std::streamsize>(v.size() * sizeof(T)));
-}
-
-inline void write_csv(const fs::path& p, const std::string& header, const std::vector<double>& x) {
-  std::ostringstream out;
-  if (!header.empty()) out << header << "\n";
-  out.precision(9);
-  for (std::size_t i = 0; i < x.size(); ++i) out << static_cast<double>(i) << "," << x[i] << "\n";
-  write_text(p, out.str());
+  const std::vector<T> v(x.begin(), x.end());
+  write_text(p, std::string(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(T)));
 }
 
 }  // namespace kelo::test
