@@ -57,10 +57,8 @@ TEST(Wfdb, HeaderFieldsAndDefaults) {
       "other.dat 16x1:0+512 100(-12)/uV 16 5 7 3 0 chest lead V1\n"
       "rec.dat 212\n",
       "rec.hea");
-  EXPECT_EQ(h.record, "rec");
-  EXPECT_EQ(h.signal_count, 3);
-  EXPECT_DOUBLE_EQ(h.fs, 360.0);
-  EXPECT_EQ(h.samples_per_signal, 7200);
+  EXPECT_EQ(std::tuple(h.record, h.signal_count, h.fs, h.samples_per_signal.value_or(-1)),
+            std::tuple("rec", 3, 360.0, 7200LL));
   ASSERT_EQ(h.signals.size(), 3u);
   // No baseline given: the ADC zero; everything after the format omitted:
   // gain 200, 12 bits, no checksum.
@@ -157,12 +155,9 @@ TEST(Wfdb, BeatSymbols) {
 TEST(Formats, WfdbRecordByNameHeaderOrData) {
   for (const char* given : {"mitdb100-10s", "mitdb100-10s.hea", "mitdb100-10s.dat"}) {
     const auto rec = load(kData / given);
-    EXPECT_EQ(rec.format, "WFDB 212");
-    EXPECT_EQ(rec.name, "mitdb100-10s");
-    EXPECT_DOUBLE_EQ(rec.fs, 360.0);
+    EXPECT_EQ(std::tuple(rec.format, rec.name, rec.fs, rec.lead_name()), std::tuple("WFDB 212", "mitdb100-10s", 360.0, "MLII"));
     ASSERT_EQ(rec.samples.size(), 3600u);
     EXPECT_DOUBLE_EQ(rec.samples[0], (995 - 1024) / 200.0);
-    EXPECT_EQ(rec.lead_name(), "MLII");
     EXPECT_EQ(rec.full_scale, 5.12);  // 11 bits around 1024, gain 200
     ASSERT_TRUE(rec.annotations.has_value());
     EXPECT_EQ(rec.annotations->filename(), "mitdb100-10s.atr");
