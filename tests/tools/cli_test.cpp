@@ -189,7 +189,7 @@ TEST(Program, EveryInputErrorIsOneLineAndWritesNothing) {
       {{"hrv"}, dir.path().string(), "is a directory, not a file"},
       {{"qrs"}, "ecg.xyz", "unknown format (known: WFDB .hea, EDF/EDF+/BDF, CSV/text, raw .f32/.f64; or choose one with --format)"},
       {{"qrs", "--format", "mp3"}, "ecg.xyz", "unknown --format \"mp3\" (use auto, wfdb, edf, csv, f32 or f64)", false},
-      {{"qrs", "--lead", "3"}, wfdb, "lead 3 does not exist (the recording has 2 leads: 0 MLII, 1 V5)"},
+      {{"qrs", "--lead", "2"}, wfdb, "lead 2 does not exist (the recording has 2 leads: 0 MLII, 1 V5)"},
       {{"qrs", "--lead", "aVF"}, wfdb, "no lead is named \"aVF\" (the recording has 2 leads: 0 MLII, 1 V5)"},
       {{"qrs", "--fs", "200", "--lead", "1"}, "flat.f32", "lead 1 does not exist (the recording has 1 lead: 0)"},
       {{"qrs", "--start", "9"}, wfdb, "recording too short: 0:01.0 in the chosen excerpt, R-peak detection needs at least 15 s"},

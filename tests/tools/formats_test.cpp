@@ -192,11 +192,8 @@ TEST(Formats, EdfAndBdfThroughEdflib) {
     const auto path = dir / (bdf ? "r.bdf" : "r.edf");
     kelo::test::write_edf(path, bdf, 250, {resp, ecg}, {"Resp", "ECG II"}, "uV", 5000.0);
     const auto rec = load(path, "ECG II");
-    EXPECT_EQ(rec.format, bdf ? "BDF+" : "EDF+");
-    EXPECT_DOUBLE_EQ(rec.fs, 250.0);
-    EXPECT_EQ(rec.lead_index, 1);
+    EXPECT_EQ(std::tuple(rec.format, rec.fs, rec.lead_index, rec.units), std::tuple(bdf ? "BDF+" : "EDF+", 250.0, 1, "mV"));
     ASSERT_EQ(rec.samples.size(), 750u);
-    EXPECT_EQ(rec.units, "mV");
     // Digital steps of 10000 uV / 65535 (EDF) are about 0.15 uV.
     for (std::size_t i = 0; i < ecg.size(); i += 37) EXPECT_NEAR(rec.samples[i], ecg[i] / 1000.0, 2e-4);
     EXPECT_EQ(rec.full_scale, 5.0);
@@ -226,10 +223,7 @@ TEST(Formats, RawFloatsWithSidecar) {
   kelo::test::write_raw<double>(dir / "r64.f64", x);
   kelo::test::write_text(dir / "r.info", "fs=360\nfull_scale=4\nlead=II\n");
   const auto rec = load(dir / "r.f32");
-  EXPECT_EQ(rec.samples, x);
-  EXPECT_DOUBLE_EQ(rec.fs, 360.0);
-  EXPECT_EQ(rec.full_scale, 4.0);
-  EXPECT_EQ(rec.lead_name(), "II");
+  EXPECT_EQ(std::tuple(rec.samples, rec.fs, rec.full_scale.value_or(0), rec.lead_name()), std::tuple(x, 360.0, 4.0, "II"));
   EXPECT_DOUBLE_EQ(load(dir / "r.f32", "", 128).fs, 128.0);  // --fs wins over the sidecar
   EXPECT_EQ(load(dir / "r64.f64", "", 128).samples, x);
 }
