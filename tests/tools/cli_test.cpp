@@ -255,7 +255,7 @@ TEST(Program, BatchEqualsSingleRuns) {
   for (const std::string name : {"a.hea", "b.bdf", "c.f32"}) {
     SCOPED_TRACE(name);
     const fs::path file = in / name;
-    const json batch = json::parse(kelo::test::read_file(out / (file.stem().string() + ".json")));
+    json batch = json::parse(kelo::test::read_file(out / (file.stem().string() + ".json")));
     const json qrs = run_json({"qrs", "--json", file.string()});
     EXPECT_EQ(batch["qrs"], qrs["qrs"]);
     EXPECT_EQ(batch["recording"], qrs["recording"]);
@@ -266,7 +266,7 @@ TEST(Program, BatchEqualsSingleRuns) {
     EXPECT_EQ(batch["hrv"], run_json({"hrv", "--json", file.string()})["hrv"]);
     EXPECT_EQ(batch["hrv"]["status"], 0);
   }
-  const json batch_a = json::parse(kelo::test::read_file(out / "a.json"));
+  json batch_a = json::parse(kelo::test::read_file(out / "a.json"));
   EXPECT_EQ(batch_a["validation"], run_json({"validate", "--json", (in / "a.hea").string()})["records"][0]);
   EXPECT_EQ(batch_a["validation"]["fn"], 0);
 }

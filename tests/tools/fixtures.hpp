@@ -23,10 +23,6 @@ namespace fs = std::filesystem;
 // A fresh temporary folder, removed at the end of the test.
 class TempDir {
  public:
-  TempDir() {
-    std::string tmpl = (fs::temp_directory_path() / "keloecg-test-XXXXXX").string();
-    path_ = ::mkdtemp(tmpl.data());
-  }
   ~TempDir() {
     std::error_code ec;
     fs::remove_all(path_, ec);
@@ -35,7 +31,7 @@ class TempDir {
   fs::path operator/(const std::string& name) const { return path_ / name; }
 
  private:
-  fs::path path_;
+  fs::path path_ = ::mkdtemp((fs::temp_directory_path() / "keloecg-test-XXXXXX").string().data());
 };
 
 inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p, std::ios::binary) << text; }
