@@ -1,4 +1,4 @@
-// The analysis runs on the library: statuses as the bridge reports them,
+// The analysis on the library: statuses as the bridge reports them,
 // positions in the whole recording, and the beat review of the report.
 #include "analysis.hpp"
 
@@ -9,49 +9,47 @@
 namespace {
 
 using namespace keloecg;
-using kelo::test::BeatShape;
 
-Prepared at_200(std::vector<double> mv, std::optional<double> full_scale = std::nullopt) {
+// 30 s at 200 Hz: beats every 160 samples from 100, with light noise.
+Prepared at_200(const std::vector<kelo::test::Beat>& beats, std::optional<double> full_scale = std::nullopt) {
   Recording r;
   r.path = "synthetic";
   r.fs = 200;
   r.lead_names = {""};
-  r.samples = std::move(mv);
+  r.samples = beats.empty() ? std::vector<double>(6000, 0.0)
+                            : kelo::test::synthetic_ecg(beats, 6000, {.noiseMv = 0.02});
   r.full_scale = full_scale;
   return prepare(std::move(r));
 }
 
+QrsResult qrs(const Prepared& p, const AnalysisSettings& s) { return run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s); }
+
+const auto kBeats = kelo::test::regular_beats(100, 160, 37);
+
 TEST(Analysis, StatusesFollowTheBridge) {
   AnalysisSettings s;
-  const auto flat = at_200(std::vector<double>(6000, 0.0));
-  auto q = run_qrs(flat, choose_excerpt(flat, s, RunKind::Qrs), s);
+  auto q = qrs(at_200({}), s);  // flat
   EXPECT_EQ(q.status, kNoUsableBeats);
   EXPECT_FALSE(q.heart_rate);
   EXPECT_EQ(q.window_grades, (std::vector<int>{3, 3, 3}));
 
-  const auto beats = kelo::test::regular_beats(100, 160, 37);
-  const auto ecg = kelo::test::synthetic_ecg(beats, 6000, {.noiseMv = 0.02});
-  const auto clean = at_200(ecg, 5.0);
-  q = run_qrs(clean, choose_excerpt(clean, s, RunKind::Qrs), s);
+  const auto clean = at_200(kBeats, 5.0);
+  q = qrs(clean, s);
   EXPECT_EQ(q.status, kSuccess);
   EXPECT_EQ(q.heart_rate, 75.0);
   EXPECT_EQ(q.full_scale, 5.0);
-
   // A full scale of 0.5 mV makes the 1 mV R waves clipped: status 5, and
   // the heart rate is still given.
   s.full_scale = 0.5;
-  q = run_qrs(clean, choose_excerpt(clean, s, RunKind::Qrs), s);
+  q = qrs(clean, s);
   EXPECT_EQ(q.excerpt_grade, 2);
   EXPECT_EQ(q.status, kClipped);
   EXPECT_EQ(q.heart_rate, 75.0);
-}
 
-TEST(Analysis, PositionsCountFromTheStartOfTheRecording) {
-  const auto beats = kelo::test::regular_beats(100, 160, 37);
-  const auto p = at_200(kelo::test::synthetic_ecg(beats, 6000, {.noiseMv = 0.02}));
-  AnalysisSettings s;
+  // Positions count from the start of the recording, not of the excerpt.
+  s.full_scale.reset();
   s.start_s = 5.0;
-  const auto q = run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s);
+  q = qrs(clean, s);
   ASSERT_FALSE(q.r_peaks.empty());
   for (auto peak : q.r_peaks) {
     EXPECT_GE(peak, 1000);
@@ -60,11 +58,10 @@ TEST(Analysis, PositionsCountFromTheStartOfTheRecording) {
 }
 
 TEST(Analysis, ReviewFindsTheOddBeatAndTheExtraDetection) {
-  auto beats = kelo::test::regular_beats(100, 160, 37);
-  beats[20].shape = BeatShape::Wide;
-  const auto p = at_200(kelo::test::synthetic_ecg(beats, 6000, {.noiseMv = 0.02}));
-  // The beats as a detector would list them, whatever this one finds.
-  QrsResult q;
+  auto beats = kBeats;
+  beats[20].shape = kelo::test::BeatShape::Wide;
+  const auto p = at_200(beats);
+  QrsResult q;  // the beats as a detector would list them, whatever this one finds
   q.excerpt = {0, 6000};
   for (const auto& b : beats) q.r_peaks.push_back(b.position);
   auto review = review_beats(p, q);

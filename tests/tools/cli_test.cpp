@@ -1,6 +1,6 @@
 // The real program on the bundled recording and on generated recordings of
-// every format: beats where they belong (also after resampling), the
-// outputs, batch runs equal to single runs, and every error a person meets.
+// every format: beats where they belong (also after resampling), outputs,
+// validation, batch runs equal to single runs, and every input error.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -52,219 +52,193 @@ void expect_beats_at_true_times(const json& qrs, const Synthetic& s) {
   }
 }
 
-TEST(Program, BundledRecordingQrsAndHrv) {
-  const auto qrs = keloecg({"qrs", "--json"});
-  ASSERT_EQ(qrs.exit_code, 0) << qrs.err;
-  const json q = qrs.json()["qrs"];
+// MIT annotations of the true beats, after the given ones.
+void write_atr(const fs::path& p, const Synthetic& s, std::vector<std::pair<long, int>> anns = {}) {
+  for (double t : s.beat_s) anns.push_back({std::lround(t * s.fs), 1});
+  kelo::test::write_mit_annotations(p, anns);
+}
+
+// The JSON a successful run prints (an empty object after a failure).
+json run_json(const std::vector<std::string>& args) {
+  const auto r = keloecg(args);
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  return r.exit_code == 0 ? r.json() : json::object();
+}
+
+TEST(Program, BundledRecordingInEveryOutput) {
+  const json q = run_json({"qrs", "--json"})["qrs"];
   EXPECT_EQ(q["status"], 0);
   EXPECT_EQ(q["excerpt_grade"], 1);
   EXPECT_NEAR(q["heart_rate_bpm"].get<double>(), 74, 3);
   EXPECT_EQ(q["window_grades"].size(), 30u);
   EXPECT_NEAR(q["r_peaks"]["count"].get<double>(), 371, 3);
 
-  const auto hrv = keloecg({"hrv", "--json"});
-  ASSERT_EQ(hrv.exit_code, 0) << hrv.err;
-  const json h = hrv.json()["hrv"];
+  const json h = run_json({"hrv", "--json"})["hrv"];
   EXPECT_EQ(h["status"], 0);
   EXPECT_EQ(h["r_peaks"], q["r_peaks"]["count"]);  // the same 5 minutes
-  EXPECT_NEAR(h["time_domain"]["avnn"].get<double>(), 0.81, 0.02);
-  EXPECT_EQ(h["time_domain"]["sdann"].get<double>(), 0.0);  // one 5-minute segment
-  EXPECT_EQ(h["time_domain"]["sdnnidx"], h["time_domain"]["sdnn"]);
+  const json& t = h["time_domain"];
+  EXPECT_NEAR(t["avnn"].get<double>(), 0.81, 0.02);
+  EXPECT_EQ(t["sdann"].get<double>(), 0.0);  // one 5-minute segment
+  EXPECT_EQ(t["sdnnidx"], t["sdnn"]);
   const json& f = h["frequency_domain"];
-  for (const char* k : {"tot_pwr", "ulf_pwr", "vlf_pwr", "lf_pwr", "hf_pwr", "lf_hf"}) EXPECT_TRUE(f[k].is_number()) << k;
+  for (const char* k : {"tot_pwr", "ulf_pwr", "vlf_pwr", "lf_pwr", "hf_pwr"}) EXPECT_TRUE(f[k].is_number()) << k;
   EXPECT_NEAR(f["lf_hf"].get<double>(), f["lf_pwr"].get<double>() / f["hf_pwr"].get<double>(), 1e-12);
 
   const auto text = keloecg({"hrv"});
-  ASSERT_EQ(text.exit_code, 0);
+  EXPECT_EQ(text.exit_code, 0);
   for (const char* k : {"Heart rate", "nn_rr", "pnn50", "tot_pwr", "lf_hf", "5:00.0"}) {
     EXPECT_NE(text.out.find(k), std::string::npos) << k;
   }
-}
+  const auto csv = keloecg({"qrs", "--csv"});
+  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')), "beat,time_s,sample_200hz,sample_original");
+  EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), q["r_peaks"]["count"].get<int>() + 1);
 
-TEST(Program, BundledRecordingAgainstItsReferenceBeats) {
-  const auto r = keloecg({"validate", "--json"});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  const json v = r.json()["records"][0];
+  const json v = run_json({"validate", "--json"})["records"][0];  // against its reference beats
   EXPECT_EQ(v["reference_beats"], 371);
-  EXPECT_GE(v["f1"].get<double>(), 0.99);
   EXPECT_EQ(v["tp"].get<int>() + v["fn"].get<int>(), 371);
+  EXPECT_GE(v["f1"].get<double>(), 0.99);
 }
 
-TEST(Program, WfdbAt360HzWithAnnotations) {
+TEST(Program, EveryFormatFindsTheBeatsAtItsOwnRateAndValidates) {
   TempDir dir;
-  const auto s = synthetic(360, 40);
-  const auto adc = kelo::test::to_adc(s.mv, 200, 1024);
+  const auto s360 = synthetic(360, 40), s250 = synthetic(250, 40, 12);
+  const auto s200 = synthetic(200, 30, 13), s500 = synthetic(500, 30, 15);
+  const auto adc = kelo::test::to_adc(s360.mv, 200, 1024);
   kelo::test::write_wfdb(dir.path(), "syn", 212, 360, {adc, adc}, {"MLII", "V1"}, 200, 1024, 11);
-  std::vector<std::pair<long, int>> anns = {{5, 28}};  // a rhythm annotation, not a beat
-  for (double t : s.beat_s) anns.push_back({std::lround(t * 360), 1});
-  kelo::test::write_mit_annotations(dir / "syn.atr", anns);
-
-  const auto r = keloecg({"qrs", "--json", (dir / "syn").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  const json j = r.json();
-  EXPECT_EQ(j["recording"]["format"], "WFDB 212");
-  EXPECT_EQ(j["recording"]["samples_200hz"], 8000);
-  EXPECT_DOUBLE_EQ(j["recording"]["full_scale"].get<double>(), 5.12);
-  expect_beats_at_true_times(j["qrs"], s);
-
-  const auto v = keloecg({"validate", "--json", (dir / "syn.hea").string()});  // finds syn.atr
-  ASSERT_EQ(v.exit_code, 0) << v.err;
-  const json c = v.json()["total"];
-  EXPECT_EQ(c["reference_beats"], s.beat_s.size());
-  EXPECT_EQ(c["fn"], 0);
-  EXPECT_EQ(c["fp"], 0);
-}
-
-TEST(Program, EdfAt250HzIsResampled) {
-  TempDir dir;
-  const auto s = synthetic(250, 40, 12);
-  std::vector<double> uv(s.mv.size());
-  for (std::size_t i = 0; i < uv.size(); ++i) uv[i] = 1000.0 * s.mv[i];
+  write_atr(dir / "syn.atr", s360, {{5, 28}});  // with a rhythm annotation, not a beat
+  std::vector<double> uv;
+  for (double v : s250.mv) uv.push_back(1000.0 * v);
   kelo::test::write_edf(dir / "syn.edf", false, 250, {std::vector<double>(uv.size(), 0.0), uv}, {"Pleth", "ECG"},
                         "uV", 8000.0);
-  const auto r = keloecg({"qrs", "--json", "--lead", "ECG", (dir / "syn.edf").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  EXPECT_EQ(r.json()["recording"]["lead"]["index"], 1);
-  expect_beats_at_true_times(r.json()["qrs"], s);
-}
+  std::string csv = "seconds,ecg\n";
+  for (std::size_t i = 0; i < s200.mv.size(); ++i) csv += std::to_string(i / 200.0) + "," + std::to_string(s200.mv[i]) + "\n";
+  kelo::test::write_text(dir / "syn.csv", csv);
+  kelo::test::write_raw<double>(dir / "syn.raw", s500.mv);
+  // A minute of which --start 20 --duration 30 keeps the beats in [20, 50) s;
+  // positions still count from the start of the recording.
+  auto minute = synthetic(200, 60, 16), excerpt = minute;
+  kelo::test::write_raw<float>(dir / "minute.f32", minute.mv);
+  std::erase_if(excerpt.beat_s, [](double t) { return t < 20 || t >= 50; });
 
-TEST(Program, CsvAndRawInput) {
-  TempDir dir;
-  const auto s200 = synthetic(200, 30, 13);
-  kelo::test::write_csv(dir / "syn.csv", "seconds,ecg", s200.mv);
-  auto r = keloecg({"qrs", "--json", "--fs", "200", "--lead", "ecg", (dir / "syn.csv").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  expect_beats_at_true_times(r.json()["qrs"], s200);
-
-  const auto s360 = synthetic(360, 30, 14);
-  kelo::test::write_f32(dir / "syn.f32", s360.mv);
-  r = keloecg({"qrs", "--json", "--fs", "360", (dir / "syn.f32").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  expect_beats_at_true_times(r.json()["qrs"], s360);
-
-  const auto s500 = synthetic(500, 30, 15);
-  kelo::test::write_f64(dir / "syn.raw", s500.mv);
-  r = keloecg({"qrs", "--csv", "--format", "f64", "--fs", "500", (dir / "syn.raw").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "beat,time_s,sample_200hz,sample_original");
-  EXPECT_EQ(static_cast<std::size_t>(std::count(r.out.begin(), r.out.end(), '\n')), s500.beat_s.size() + 1);
-}
-
-TEST(Program, StartAndDurationChooseTheExcerpt) {
-  TempDir dir;
-  const auto s = synthetic(200, 60, 16);
-  kelo::test::write_f32(dir / "syn.f32", s.mv);
-  const auto r = keloecg({"qrs", "--json", "--fs", "200", "--start", "20", "--duration", "30", (dir / "syn.f32").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  const json q = r.json()["qrs"];
-  EXPECT_EQ(q["excerpt"]["start_sample_200hz"], 4000);
-  EXPECT_EQ(q["excerpt"]["samples_200hz"], 6000);
-  EXPECT_EQ(q["window_grades"].size(), 3u);
-  // Positions count from the start of the recording, not of the excerpt.
-  std::size_t inside = 0;
-  for (double t : s.beat_s) inside += t >= 20.1 && t < 49.9;
-  const auto peaks = q["r_peaks"]["sample_200hz"].get<std::vector<long>>();
-  ASSERT_GE(peaks.size(), inside);
-  EXPECT_GE(peaks.front(), 4000);
-  EXPECT_LT(peaks.back(), 10000);
-}
-
-// Each problem gives exit status 2 and one line on standard error that
-// names the file, and writes no output file.
-void expect_error(const std::vector<std::string>& args, const std::string& file, const std::string& problem,
-                  const fs::path& output = {}) {
-  const auto r = keloecg(args);
-  EXPECT_EQ(r.exit_code, 2) << r.err;
-  const auto lines = r.err_lines();
-  ASSERT_EQ(lines.size(), 1u) << r.err;
-  EXPECT_EQ(lines[0].rfind("keloecg: error: " + file, 0), 0u) << lines[0];
-  EXPECT_NE(lines[0].find(problem), std::string::npos) << lines[0];
-  EXPECT_TRUE(r.out.empty()) << r.out;
-  if (!output.empty()) {
-    EXPECT_FALSE(fs::exists(output)) << output;
+  struct Case {
+    std::vector<std::string> args;
+    const Synthetic& s;
+    json expected;  // values at JSON pointers into the output
+  };
+  const Case cases[] = {
+      {{(dir / "syn").string()}, s360,
+       {{"/recording/format", "WFDB 212"}, {"/recording/samples_200hz", 8000}, {"/recording/full_scale", 5.12}}},
+      {{"--lead", "ECG", (dir / "syn.edf").string()}, s250, {{"/recording/lead", {{"index", 1}, {"name", "ECG"}}}}},
+      {{"--fs", "200", "--lead", "ecg", (dir / "syn.csv").string()}, s200, json::object()},
+      {{"--format", "f64", "--fs", "500", (dir / "syn.raw").string()}, s500, json::object()},
+      {{"--fs", "200", "--start", "20", "--duration", "30", (dir / "minute.f32").string()}, excerpt,
+       {{"/qrs/excerpt/start_sample_200hz", 4000}, {"/qrs/excerpt/samples_200hz", 6000}, {"/qrs/window_grades", {0, 0, 0}}}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args.back());
+    auto args = c.args;
+    args.insert(args.begin(), {"qrs", "--json"});
+    json j = run_json(args);
+    for (const auto& [at, value] : c.expected.items()) EXPECT_EQ(j[json::json_pointer(at)], value) << at;
+    expect_beats_at_true_times(j["qrs"], c.s);
   }
-}
 
-TEST(Program, ClearErrors) {
-  TempDir dir;
-  const std::string missing = (dir / "missing.edf").string();
-  expect_error({"qrs", missing}, missing, ": no such file");
-  expect_error({"hrv", dir.path().string()}, dir.path().string(), ": is a directory, not a file");
-
-  const std::string unknown = (dir / "ecg.xyz").string();
-  kelo::test::write_text(unknown, "1 2 3");
-  expect_error({"qrs", unknown}, unknown, ": unknown format");
-
-  const std::string wfdb = (kData / "mitdb100-10s.hea").string();
-  expect_error({"qrs", "--lead", "3", wfdb}, wfdb, ": lead 3 does not exist (the recording has 2 leads: 0 MLII, 1 V5)");
-  expect_error({"qrs", wfdb, "--start", "9"}, wfdb, ": recording too short: 0:01.0 in the chosen excerpt");
-
-  const std::string nan_csv = (dir / "nan.csv").string();
-  kelo::test::write_text(nan_csv, "0.1\n0.2\nNaN\n0.3\n");
-  expect_error({"report", "--fs", "200", nan_csv, "-o", (dir / "r.html").string()}, nan_csv,
-               ": line 3: the sample is not a number (NaN)", dir / "r.html");
-  const std::string nan_f32 = (dir / "nan.f32").string();
-  kelo::test::write_f32(nan_f32, {0.1, std::nan(""), 0.2});
-  expect_error({"qrs", "--json", "--fs", "250", nan_f32, "-o", (dir / "q.json").string()}, nan_f32,
-               ": sample 1 (at 0.004 s) is not a number (NaN)", dir / "q.json");
-  expect_error({"qrs", nan_f32}, nan_f32, ": the sampling rate is not stored in this format: give it with --fs");
-
-  // Long enough to detect beats, too short for HRV.
-  const std::string minute = (dir / "minute.f32").string();
-  kelo::test::write_f32(minute, synthetic(200, 60).mv);
-  expect_error({"hrv", "--fs", "200", minute}, minute, ": recording too short: 1:00.0, HRV needs at least 3 minutes");
-  expect_error({"qrs", "--fs", "60000", minute}, minute, ": a sampling rate of 60000 Hz cannot be brought to 200 Hz");
-  // Options are checked too (CLI's own message, exit status 2).
-  EXPECT_EQ(keloecg({"qrs", "--window", "zero"}).exit_code, 2);
-  EXPECT_EQ(keloecg({"frobnicate"}).exit_code, 2);
-}
-
-TEST(Program, ValidateSeveralRecordsWithTotals) {
-  TempDir dir;
-  const auto a = synthetic(200, 30, 21), b = synthetic(200, 30, 22);
-  kelo::test::write_f32(dir / "a.f32", a.mv);
-  kelo::test::write_f32(dir / "b.f32", b.mv);
-  std::string refs;
-  for (double t : a.beat_s) refs += std::to_string(std::lround(t * 200)) + " N\n";
-  kelo::test::write_text(dir / "a.beats.txt", refs);
-  // b's reference misses its first two beats and has a spurious one.
-  refs = "1000 V\n";
-  for (std::size_t i = 2; i < b.beat_s.size(); ++i) refs += std::to_string(std::lround(b.beat_s[i] * 200)) + " N\n";
-  kelo::test::write_text(dir / "b-ref.txt", refs);
-
-  const auto r = keloecg({"validate", "--json", "--fs", "200", (dir / "a.f32").string(), (dir / "b.f32").string(),
-                          "--annotations", (dir / "a.beats.txt").string(), "--annotations", (dir / "b-ref.txt").string()});
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  const json j = r.json();
-  ASSERT_EQ(j["records"].size(), 2u);
-  EXPECT_EQ(j["records"][0]["fp"], 0);
-  EXPECT_EQ(j["records"][1]["fp"], 2);
-  EXPECT_EQ(j["records"][1]["fn"], 1);
-  EXPECT_EQ(j["total"]["tp"], j["records"][0]["tp"].get<int>() + j["records"][1]["tp"].get<int>());
-
-  const auto text = keloecg({"validate", "--fs", "200", (dir / "a.f32").string(), (dir / "b.f32").string(),
-                             "--annotations", (dir / "a.beats.txt").string(), "--annotations", (dir / "b-ref.txt").string()});
+  // Two records with their references: the CSV's misses its first two beats
+  // and has a spurious one. Lead 1 is the ECG in both.
+  std::string refs = "1000 V\n";
+  for (std::size_t i = 2; i < s200.beat_s.size(); ++i) refs += std::to_string(std::lround(s200.beat_s[i] * 200)) + " N\n";
+  kelo::test::write_text(dir / "csv-ref.txt", refs);
+  std::vector<std::string> args = {"validate", "--fs", "200", (dir / "syn.hea").string(), (dir / "syn.csv").string(),
+                                   "--lead", "1", "--annotations", (dir / "syn.atr").string(),
+                                   (dir / "csv-ref.txt").string()};
+  const auto text = keloecg(args);
   EXPECT_NE(text.out.find("\ntotal "), std::string::npos) << text.out;
-  expect_error({"validate", "--fs", "200", (dir / "a.f32").string(), (dir / "b.f32").string(), "--annotations",
-                (dir / "a.beats.txt").string()},
-               "give one --annotations per FILE", "(2 files, 1 annotation files)");
+  args.push_back("--json");
+  const json j = run_json(args);
+  ASSERT_EQ(j["records"].size(), 2u);
+  EXPECT_EQ(j["records"][0]["reference_beats"], s360.beat_s.size());
+  EXPECT_EQ(std::pair(j["records"][0]["fn"], j["records"][0]["fp"]), std::pair(json(0), json(0)));
+  EXPECT_EQ(std::pair(j["records"][1]["fn"], j["records"][1]["fp"]), std::pair(json(1), json(2)));
+  EXPECT_EQ(j["total"]["tp"], j["records"][0]["tp"].get<int>() + j["records"][1]["tp"].get<int>());
+}
+
+// Each problem gives exit status 2, one line on standard error that names
+// the file, nothing on standard output and no output file.
+TEST(Program, EveryInputErrorIsOneLineAndWritesNothing) {
+  TempDir dir;
+  for (auto [name, text] : {std::pair{"nan.csv", "0.1\n0.2\nNaN\n0.3\n"}, {"word.csv", "ecg\n1\n2\nabc\n"},
+                            {"short.csv", "t,ecg\n1,2\n3\n"}, {"empty.csv", "# nothing\n"}, {"nofs.csv", "1\n2\n"},
+                            {"odd.f32", "12345"}, {"cut.edf", "0       this is not an EDF header"},
+                            {"refs.txt", "10 N\nabc\n"}, {"ecg.xyz", "1 2 3"}}) {
+    kelo::test::write_text(dir / name, text);
+  }
+  kelo::test::write_text(dir / "bad.edf", "0       " + std::string(600, 'x'));
+  kelo::test::write_raw<float>(dir / "nan.f32", {0.1, std::nan(""), 0.2});
+  kelo::test::write_raw<float>(dir / "flat.f32", std::vector<double>(4000, 0.0));
+  kelo::test::write_raw<float>(dir / "minute.f32", synthetic(200, 60).mv);  // beats, but too short for HRV
+  const std::string wfdb = (kData / "mitdb100-10s.hea").string(), minute = (dir / "minute.f32").string();
+  const std::string refs = (dir / "refs.txt").string(), flat = (dir / "flat.f32").string();
+
+  struct Case {
+    std::vector<std::string> args;  // the file is added last
+    std::string file, problem;      // the line is "keloecg: error: FILE: PROBLEM"
+    bool named = true;              // false: the problem is not about one file
+  };
+  const Case cases[] = {
+      {{"qrs"}, "missing.edf", "no such file"},
+      {{"qrs"}, "missing", "no such file"},
+      {{"hrv"}, dir.path().string(), "is a directory, not a file"},
+      {{"qrs"}, "ecg.xyz", "unknown format (known: WFDB .hea, EDF/EDF+/BDF, CSV/text, raw .f32/.f64; or choose one with --format)"},
+      {{"qrs", "--format", "mp3"}, "ecg.xyz", "unknown --format \"mp3\" (use auto, wfdb, edf, csv, f32 or f64)", false},
+      {{"qrs", "--lead", "2"}, wfdb, "lead 2 does not exist (the recording has 2 leads: 0 MLII, 1 V5)"},
+      {{"qrs", "--lead", "aVF"}, wfdb, "no lead is named \"aVF\" (the recording has 2 leads: 0 MLII, 1 V5)"},
+      {{"qrs", "--fs", "200", "--lead", "1"}, "flat.f32", "lead 1 does not exist (the recording has 1 lead: 0)"},
+      {{"qrs", "--start", "9"}, wfdb, "recording too short: 0:01.0 in the chosen excerpt, R-peak detection needs at least 15 s"},
+      {{"report", "--fs", "200"}, "nan.csv", "line 3: the sample is not a number (NaN)"},
+      {{"qrs", "--fs", "200"}, "word.csv", "line 4: \"abc\" is not a number"},
+      {{"qrs", "--fs", "200", "--lead", "1"}, "short.csv", "line 3 has 1 column, column 1 is needed"},
+      {{"qrs", "--fs", "200"}, "empty.csv", "holds no samples"},
+      {{"qrs"}, "nofs.csv", "the sampling rate is not stored in this format: give it with --fs"},
+      {{"qrs", "--json", "--fs", "250"}, "nan.f32", "sample 1 (at 0.004 s) is not a number (NaN)"},
+      {{"qrs", "--fs", "200"}, "odd.f32", "size 5 bytes is not a whole number of float32 samples"},
+      {{"qrs"}, "cut.edf", "cannot read an EDF/BDF header (the file is too short or damaged)"},
+      {{"qrs"}, "bad.edf", "not a valid EDF/BDF file (its header has format errors)"},
+      {{"hrv", "--fs", "200"}, minute, "recording too short: 1:00.0, HRV needs at least 3 minutes"},
+      {{"qrs", "--fs", "60000"}, minute, "a sampling rate of 60000 Hz cannot be brought to 200 Hz (rates from 0.79 to 51200 Hz can)"},
+      {{"validate", "--fs", "200", minute, "--annotations"}, refs, "line 2: expected \"sample [symbol]\""},
+      {{"validate", "--fs", "200", minute, flat, "--annotations", refs}, "",
+       "give one --annotations per FILE (2 files, 1 annotation files)", false},
+      {{"qrs", "--window", "zero"}, "", "(see keloecg --help)", false},  // options are checked too
+      {{"frobnicate"}, "", "(see keloecg --help)", false}};
+  const fs::path output = dir / "out";
+  for (const auto& c : cases) {
+    const std::string file = c.file.empty() ? "" : (dir / c.file).string();
+    auto args = c.args;
+    if (!file.empty()) args.push_back(file);
+    args.insert(args.end(), {"-o", output.string()});
+    const auto r = keloecg(args);
+    EXPECT_EQ(r.exit_code, 2) << file;
+    const auto lines = r.err_lines();
+    ASSERT_EQ(lines.size(), 1u) << r.err;
+    const bool usage = c.problem.starts_with("(");  // after the option parser's own words
+    const std::string expected = "keloecg: error: " + (c.named ? file + ": " : "") + c.problem;
+    EXPECT_TRUE(usage ? lines[0].starts_with("keloecg: error: ") && lines[0].ends_with(c.problem)
+                      : lines[0] == expected)
+        << lines[0];
+    EXPECT_EQ(r.out, "");
+    EXPECT_FALSE(fs::exists(output)) << lines[0];
+  }
 }
 
 TEST(Program, BatchEqualsSingleRuns) {
   TempDir in, out;
   // Long enough for HRV (3 minutes), with references, in three formats.
   const auto a = synthetic(360, 200, 31);
-  const auto adc = kelo::test::to_adc(a.mv, 200, 0);
-  kelo::test::write_wfdb(in.path(), "a", 16, 360, {adc}, {"ECG"}, 200, 0, 16);
-  std::vector<std::pair<long, int>> anns;
-  for (double t : a.beat_s) anns.push_back({std::lround(t * 360), 1});
-  kelo::test::write_mit_annotations(in / "a.atr", anns);
-  const auto b = synthetic(250, 190, 32);
-  kelo::test::write_edf(in / "b.bdf", true, 250, {b.mv}, {"ECG"}, "mV", 10.0);
-  kelo::test::write_f32(in / "c.f32", synthetic(200, 40, 33).mv);  // too short for HRV
-  kelo::test::write_text(in / "c.info", "fs=200\n");
-  kelo::test::write_f32(in / "d.f32", {0.5, std::nan("")});  // broken
-  kelo::test::write_text(in / "d.info", "fs=200\n");
+  kelo::test::write_wfdb(in.path(), "a", 16, 360, {kelo::test::to_adc(a.mv, 200, 0)}, {"ECG"}, 200, 0, 16);
+  write_atr(in / "a.atr", a);
+  kelo::test::write_edf(in / "b.bdf", true, 250, {synthetic(250, 190, 32).mv}, {"ECG"}, "mV", 10.0);
+  kelo::test::write_raw<float>(in / "c.f32", synthetic(200, 40, 33).mv);  // too short for HRV
+  kelo::test::write_raw<float>(in / "d.f32", {0.5, std::nan("")});          // broken
+  for (const char* info : {"c.info", "d.info"}) kelo::test::write_text(in / info, "fs=200\n");
 
   const auto r = keloecg({"batch", in.path().string(), "--out", out.path().string(), "--jobs", "2"});
   EXPECT_EQ(r.exit_code, 2);
@@ -279,25 +253,21 @@ TEST(Program, BatchEqualsSingleRuns) {
   EXPECT_EQ(std::count(summary.begin(), summary.end(), '\n'), 5);  // header and four rows
 
   for (const std::string name : {"a.hea", "b.bdf", "c.f32"}) {
+    SCOPED_TRACE(name);
     const fs::path file = in / name;
-    const json batch = json::parse(kelo::test::read_file(out / (file.stem().string() + ".json")));
-    const auto qrs = keloecg({"qrs", "--json", file.string()});
-    ASSERT_EQ(qrs.exit_code, 0) << qrs.err;
-    EXPECT_EQ(batch["qrs"], qrs.json()["qrs"]) << name;
-    EXPECT_EQ(batch["recording"], qrs.json()["recording"]) << name;
-    if (name != "c.f32") {
-      const auto hrv = keloecg({"hrv", "--json", file.string()});
-      ASSERT_EQ(hrv.exit_code, 0) << hrv.err;
-      EXPECT_EQ(batch["hrv"], hrv.json()["hrv"]) << name;
-      EXPECT_EQ(batch["hrv"]["status"], 0) << name;
-    } else {
+    json batch = json::parse(kelo::test::read_file(out / (file.stem().string() + ".json")));
+    const json qrs = run_json({"qrs", "--json", file.string()});
+    EXPECT_EQ(batch["qrs"], qrs["qrs"]);
+    EXPECT_EQ(batch["recording"], qrs["recording"]);
+    if (name == "c.f32") {
       EXPECT_EQ(batch["hrv"]["computed"], false);
+      continue;
     }
+    EXPECT_EQ(batch["hrv"], run_json({"hrv", "--json", file.string()})["hrv"]);
+    EXPECT_EQ(batch["hrv"]["status"], 0);
   }
-  const auto v = keloecg({"validate", "--json", (in / "a.hea").string()});
-  ASSERT_EQ(v.exit_code, 0) << v.err;
-  const json batch_a = json::parse(kelo::test::read_file(out / "a.json"));
-  EXPECT_EQ(batch_a["validation"], v.json()["records"][0]);
+  json batch_a = json::parse(kelo::test::read_file(out / "a.json"));
+  EXPECT_EQ(batch_a["validation"], run_json({"validate", "--json", (in / "a.hea").string()})["records"][0]);
   EXPECT_EQ(batch_a["validation"]["fn"], 0);
 }
 

@@ -1,6 +1,6 @@
-// Writers of small recordings in every input format of keloecg, for the
-// tests: WFDB (212 and 16, MIT annotations), EDF/BDF through EDFlib, CSV
-// and raw float32/float64. Each test works in its own temporary folder.
+// Writers of small recordings in the binary input formats of keloecg (WFDB
+// 212 and 16 with MIT annotations, EDF/BDF, raw floats) and a temporary
+// folder per test.
 #pragma once
 
 #include <edflib.h>
@@ -23,10 +23,6 @@ namespace fs = std::filesystem;
 // A fresh temporary folder, removed at the end of the test.
 class TempDir {
  public:
-  TempDir() {
-    std::string tmpl = (fs::temp_directory_path() / "keloecg-test-XXXXXX").string();
-    path_ = ::mkdtemp(tmpl.data());
-  }
   ~TempDir() {
     std::error_code ec;
     fs::remove_all(path_, ec);
@@ -35,15 +31,15 @@ class TempDir {
   fs::path operator/(const std::string& name) const { return path_ / name; }
 
  private:
-  fs::path path_;
+  fs::path path_ = ::mkdtemp((fs::temp_directory_path() / "keloecg-test-XXXXXX").string().data());
 };
 
-inline void write_bytes(const fs::path& p, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                           static_cast<std::streamsize>(bytes.size()));
-}
+inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p, std::ios::binary) << text; }
 
-inline void write_text(const fs::path& p, const std::string& text) { std::ofstream(p) << text; }
+inline std::string read_file(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
 // Millivolts to ADC units, rounded, with a gain in units per mV.
 inline std::vector<int> to_adc(const std::vector<double>& mv, double gain, int baseline) {
@@ -52,25 +48,20 @@ inline std::vector<int> to_adc(const std::vector<double>& mv, double gain, int b
   return out;
 }
 
-// Packs interleaved samples in format 212: sample pairs (a, b) become the
-// bytes a[7:0], b[11:8] a[11:8], b[7:0].
-inline std::vector<std::uint8_t> pack_212(const std::vector<int>& stream) {
-  std::vector<std::uint8_t> out;
-  for (std::size_t i = 0; i < stream.size(); i += 2) {
-    const unsigned a = static_cast<unsigned>(stream[i]) & 0xFFF;
-    const unsigned b = i + 1 < stream.size() ? static_cast<unsigned>(stream[i + 1]) & 0xFFF : 0;
-    out.push_back(a & 0xFF);
-    out.push_back(static_cast<std::uint8_t>(((b >> 8) << 4) | (a >> 8)));
-    if (i + 1 < stream.size()) out.push_back(b & 0xFF);
-  }
-  return out;
-}
-
-inline std::vector<std::uint8_t> pack_16(const std::vector<int>& stream) {
-  std::vector<std::uint8_t> out;
-  for (int v : stream) {
-    out.push_back(static_cast<std::uint8_t>(v & 0xFF));
-    out.push_back(static_cast<std::uint8_t>((v >> 8) & 0xFF));
+// Samples in format 16 (little-endian) or 212 (pairs (a, b) as the bytes
+// a[7:0], b[11:8] a[11:8], b[7:0]; a last odd sample takes two bytes).
+inline std::string pack(int format, const std::vector<int>& stream) {
+  std::string out;
+  for (std::size_t i = 0; i < stream.size(); ++i) {
+    const auto v = static_cast<unsigned>(stream[i]);
+    if (format == 16) {
+      out += {char(v & 0xFF), char(v >> 8 & 0xFF)};
+    } else if (i % 2 == 0) {
+      out += {char(v & 0xFF), char(v >> 8 & 0xF)};
+    } else {
+      out.back() = char(static_cast<unsigned char>(out.back()) | (v >> 8 & 0xF) << 4);
+      out += char(v & 0xFF);
+    }
   }
   return out;
 }
@@ -86,7 +77,7 @@ inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int for
   for (std::size_t k = 0; k < n; ++k) {
     for (const auto& s : signals) stream.push_back(s[k]);
   }
-  write_bytes(dir / (name + ".dat"), format == 212 ? pack_212(stream) : pack_16(stream));
+  write_text(dir / (name + ".dat"), pack(format, stream));
   std::ostringstream hea;
   hea << name << " " << signals.size() << " " << fs << " " << n << "\n";
   for (std::size_t s = 0; s < signals.size(); ++s) {
@@ -99,31 +90,21 @@ inline fs::path write_wfdb(const fs::path& dir, const std::string& name, int for
   return dir / (name + ".hea");
 }
 
-// MIT-format annotations: (sample, code) pairs in time order.
+// MIT-format annotations: (sample, code) pairs in time order, less than
+// 1024 samples apart (no SKIP entries).
 inline void write_mit_annotations(const fs::path& p, const std::vector<std::pair<long, int>>& annotations) {
-  std::vector<std::uint8_t> out;
-  auto word = [&](unsigned w) {
-    out.push_back(static_cast<std::uint8_t>(w & 0xFF));
-    out.push_back(static_cast<std::uint8_t>(w >> 8));
-  };
+  std::vector<int> words;
   long time = 0;
   for (auto [sample, code] : annotations) {
-    long step = sample - time;
-    if (step > 1023) {  // SKIP with a 32-bit interval, high half first
-      word(59u << 10);
-      word(static_cast<unsigned>(step >> 16) & 0xFFFF);
-      word(static_cast<unsigned>(step) & 0xFFFF);
-      step = 0;
-    }
-    word((static_cast<unsigned>(code) << 10) | static_cast<unsigned>(step));
+    words.push_back(code << 10 | static_cast<int>(sample - time));
     time = sample;
   }
-  word(0);
-  write_bytes(p, out);
+  words.push_back(0);
+  write_text(p, pack(16, words));
 }
 
 // An EDF+ (or BDF+) file with the given signals in physical units.
-inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std::vector<double>>& signals,
+inline void write_edf(const fs::path& p, bool bdf, int fs, std::vector<std::vector<double>> signals,
                       const std::vector<std::string>& labels, const std::string& unit, double phys_range) {
   const int handle = edfopen_file_writeonly(p.c_str(), bdf ? EDFLIB_FILETYPE_BDFPLUS : EDFLIB_FILETYPE_EDFPLUS,
                                             static_cast<int>(signals.size()));
@@ -137,34 +118,17 @@ inline void write_edf(const fs::path& p, bool bdf, int fs, const std::vector<std
     edf_set_label(handle, s, labels[static_cast<std::size_t>(s)].c_str());
     edf_set_physical_dimension(handle, s, unit.c_str());
   }
-  const std::size_t n = signals[0].size();
-  for (std::size_t rec = 0; rec + static_cast<std::size_t>(fs) <= n; rec += static_cast<std::size_t>(fs)) {
-    for (const auto& sig : signals) {
-      std::vector<double> chunk(sig.begin() + static_cast<std::ptrdiff_t>(rec),
-                                sig.begin() + static_cast<std::ptrdiff_t>(rec) + fs);
-      ASSERT_EQ(edfwrite_physical_samples(handle, chunk.data()), 0);
-    }
+  for (std::size_t rec = 0; rec + static_cast<std::size_t>(fs) <= signals[0].size(); rec += static_cast<std::size_t>(fs)) {
+    for (auto& sig : signals) ASSERT_EQ(edfwrite_physical_samples(handle, sig.data() + rec), 0);
   }
   edfclose_file(handle);
 }
 
-inline void write_f32(const fs::path& p, const std::vector<double>& x) {
-  std::vector<float> f(x.begin(), x.end());
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(f.data()),
-                                           static_cast<std::streamsize>(f.size() * sizeof(float)));
-}
-
-inline void write_f64(const fs::path& p, const std::vector<double>& x) {
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<const char*>(x.data()),
-                                           static_cast<std::streamsize>(x.size() * sizeof(double)));
-}
-
-inline void write_csv(const fs::path& p, const std::string& header, const std::vector<double>& x) {
-  std::ostringstream out;
-  if (!header.empty()) out << header << "\n";
-  out.precision(9);
-  for (std::size_t i = 0; i < x.size(); ++i) out << static_cast<double>(i) << "," << x[i] << "\n";
-  write_text(p, out.str());
+// Raw little-endian samples as float (f32) or double (f64).
+template <typename T>
+inline void write_raw(const fs::path& p, const std::vector<double>& x) {
+  const std::vector<T> v(x.begin(), x.end());
+  write_text(p, std::string(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(T)));
 }
 
 }  // namespace kelo::test

@@ -39,20 +39,29 @@ json selftest(const fs::path& page) {
   const auto r = browse({"--dump-dom"}, "file://" + page.string());
   EXPECT_EQ(r.exit_code, 0) << r.err;
   const std::string open = "<pre id=\"kelo-selftest\" hidden=\"\">";
-  const auto at = r.out.find(open);
-  if (at == std::string::npos) return json();
-  const auto from = at + open.size();
-  const std::string text = r.out.substr(from, r.out.find("</pre>", from) - from);
-  return text.empty() ? json() : json::parse(text);
+  const auto at = r.out.find(open), from = at + open.size();
+  return at == std::string::npos ? json() : json::parse(r.out.substr(from, r.out.find("</pre>", from) - from), nullptr, false);
+}
+
+// Writes a report with keloecg and returns the page's self-check, which
+// must have finished without script errors.
+json report(std::vector<std::string> args, const fs::path& page) {
+  args.insert(args.begin(), "report");
+  args.insert(args.end(), {"-o", page.string()});
+  const auto made = keloecg(args);
+  EXPECT_EQ(made.exit_code, 0) << made.err;
+  EXPECT_NE(made.out.find(page.string()), std::string::npos);
+  json st = selftest(page);
+  EXPECT_TRUE(st.is_object()) << "the page did not finish its script";
+  EXPECT_EQ(st["errors"], json::array());
+  return st;
 }
 
 TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   ASSERT_FALSE(chromium().empty()) << "chromium is not installed (scripts/install-deps installs it)";
   fs::create_directories(kArtifacts);
   const fs::path page = kArtifacts / "report-bundled.html";
-  const auto made = keloecg({"report", "-o", page.string()});
-  ASSERT_EQ(made.exit_code, 0) << made.err;
-  EXPECT_NE(made.out.find(page.string()), std::string::npos);
+  json st = report({}, page);
   const auto html = kelo::test::read_file(page);
   EXPECT_LT(html.size(), 1u << 20);
   EXPECT_NE(html.find("uPlot"), std::string::npos);
@@ -62,11 +71,7 @@ TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   const auto hrv = keloecg({"hrv", "--json"});
   ASSERT_EQ(hrv.exit_code, 0);
   const auto beats = hrv.json()["qrs"]["r_peaks"]["count"].get<int>();
-
-  const json st = selftest(page);
-  ASSERT_TRUE(st.is_object()) << "the page did not finish its script";
   EXPECT_EQ(st["ready"], true);
-  EXPECT_EQ(st["errors"], json::array());
   EXPECT_EQ(st["plots"], 4);  // ECG, overview, tachogram, periodogram
   EXPECT_EQ(st["beatMarkers"], beats);
   EXPECT_EQ(st["markersDrawn"], beats);
@@ -88,12 +93,7 @@ TEST(ReportInBrowser, ShortRecordingWithoutHrvStillRenders) {
   // 40 s of the bundled recording: beats, but too short for HRV.
   const auto all = kelo::test::read_file(fs::path(KELO_DATA_DIR) / "mitdb100-5min.f32");
   kelo::test::write_text(dir / "short.f32", all.substr(0, 40 * 200 * 4));
-  const auto page = dir / "short.html";
-  const auto made = keloecg({"report", "--fs", "200", (dir / "short.f32").string(), "-o", page.string()});
-  ASSERT_EQ(made.exit_code, 0) << made.err;
-  const json st = selftest(page);
-  ASSERT_TRUE(st.is_object());
-  EXPECT_EQ(st["errors"], json::array());
+  json st = report({"--fs", "200", (dir / "short.f32").string()}, dir / "short.html");
   EXPECT_EQ(st["plots"], 3);  // no periodogram
   EXPECT_EQ(st["markersDrawn"], st["beatMarkers"]);
   EXPECT_GT(st["beatMarkers"].get<int>(), 40);

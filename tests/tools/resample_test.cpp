@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -46,22 +47,16 @@ TEST(Resample, LengthTimingAndAmplitudeAtCommonRates) {
   EXPECT_EQ(resample(std::vector<double>(650000, 0.0), 360.0, 200.0).size(), 361112u);
 }
 
-TEST(Resample, SameRateIsExact) {
+TEST(Resample, SameRateIsExactAndSampleNumbersMapBothWays) {
   const std::vector<double> x = {0.1, 0.123456789012345, -7.0};
   EXPECT_EQ(resample(x, 200.0, 200.0), x);
   EXPECT_TRUE(resample({}, 360.0, 200.0).empty());
-}
-
-TEST(Resample, SampleNumbersInBothRates) {
-  const RateMap m{360.0};
   // Record 100's first beats: 77, 370, 662 at 360 Hz are 43, 206, 368 at 200 Hz.
-  EXPECT_EQ(m.to_analysis(77), 43);
-  EXPECT_EQ(m.to_analysis(370), 206);
-  EXPECT_EQ(m.to_analysis(662), 368);
+  const RateMap m{360.0};
+  EXPECT_EQ((std::array{m.to_analysis(77), m.to_analysis(370), m.to_analysis(662)}), (std::array<std::int64_t, 3>{43, 206, 368}));
   EXPECT_EQ(m.to_original(43), 77);
   EXPECT_EQ(m.to_original(5), 9);
-  const RateMap same{200.0};
-  EXPECT_EQ(same.to_original(12345), 12345);
+  EXPECT_EQ(RateMap{200.0}.to_original(12345), 12345);
   EXPECT_EQ(RateMap{250.0}.to_original(2), 3);  // 2.5 rounds up
 }
 
@@ -86,18 +81,15 @@ std::string excerpt_error(const Prepared& p, const AnalysisSettings& s, RunKind 
 TEST(Excerpt, StartDurationAndTheLimitsOfEachRun) {
   const auto p = seconds_at_200(900);  // 15 minutes
   AnalysisSettings s;
+  const auto range = [&](RunKind kind) {
+    const auto e = choose_excerpt(p, s, kind);
+    return std::tuple(e.start, e.length, e.capped);
+  };
   s.start_s = 30;
-  auto e = choose_excerpt(p, s, RunKind::Qrs);
-  EXPECT_EQ(e.start, 6000);
-  EXPECT_EQ(e.length, 174000);
-  EXPECT_FALSE(e.capped);
-  e = choose_excerpt(p, s, RunKind::Hrv);  // at most 10 minutes
-  EXPECT_EQ(e.length, 120000);
-  EXPECT_TRUE(e.capped);
+  EXPECT_EQ(range(RunKind::Qrs), std::tuple(6000, 174000, false));
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 120000, true));  // at most 10 minutes
   s.duration_s = 180;
-  e = choose_excerpt(p, s, RunKind::Hrv);  // exactly 3 minutes is enough
-  EXPECT_EQ(e.length, 36000);
-  EXPECT_FALSE(e.capped);
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 36000, false));  // exactly 3 minutes is enough
 
   s.duration_s = 179.99;
   EXPECT_EQ(excerpt_error(p, s, RunKind::Hrv), "rec.f32: recording too short: 2:59.9 in the chosen excerpt, HRV needs at least 3 minutes");
