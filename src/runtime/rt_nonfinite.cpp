@@ -31,6 +31,15 @@ double from_words(uint32_t high, uint32_t low) {
   return value;
 }
 
+// Stores value into a constant only when its bits differ. The constants
+// start out right, so the initialisers that every entry point calls (from
+// any number of threads at once) normally only read them: no thread writes
+// while another reads, unless a caller has overwritten a constant.
+template <class T>
+void set_bits(T& constant, T value) {
+  if (std::memcmp(&constant, &value, sizeof value) != 0) constant = value;
+}
+
 }  // namespace
 
 extern "C" {
@@ -57,12 +66,12 @@ KELO_API double rtGetNaN(void) { return from_words(kNaNHigh, 0); }
 
 KELO_API void rt_InitInfAndNaN(size_t realSize) {
   (void)realSize;
-  rtNaN = rtGetNaN();
-  rtNaNF = rtGetNaNF();
-  rtInf = rtGetInf();
-  rtInfF = rtGetInfF();
-  rtMinusInf = rtGetMinusInf();
-  rtMinusInfF = rtGetMinusInfF();
+  set_bits(rtNaN, rtGetNaN());
+  set_bits(rtNaNF, rtGetNaNF());
+  set_bits(rtInf, rtGetInf());
+  set_bits(rtInfF, rtGetInfF());
+  set_bits(rtMinusInf, rtGetMinusInf());
+  set_bits(rtMinusInfF, rtGetMinusInfF());
 }
 
 KELO_API bool rtIsInf(double value) { return value == rtInf || value == rtMinusInf; }
