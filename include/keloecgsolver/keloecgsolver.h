@@ -14,5 +14,6 @@
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/lifecycle.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "keloecgsolver/version.h"
 
 #endif

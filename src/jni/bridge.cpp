@@ -12,6 +12,7 @@
 
 #include "jni/analysis.hpp"
 #include "jni/sealing_frame.hpp"
+#include "keloecgsolver/version.h"
 
 namespace kelo::jni {
 namespace {
@@ -107,8 +108,8 @@ JNIEXPORT jobject JNICALL Java_com_kelo_kelosolver_NativeKELOecgSolver_runHRV(
 
 JNIEXPORT jstring JNICALL Java_com_kelo_kelosolver_NativeKELOecgSolver_getVersion(JNIEnv* env,
                                                                                   jobject /*self*/) {
-  char version[6];
-  std::memcpy(version, "1.4.0", sizeof version);
+  char version[sizeof KELOECGSOLVER_VERSION_STRING];
+  std::memcpy(version, KELOECGSOLVER_VERSION_STRING, sizeof version);
   return env->NewStringUTF(version);
 }
 

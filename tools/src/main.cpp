@@ -6,6 +6,7 @@
 
 #include "commands.hpp"
 #include "errors.hpp"
+#include "keloecgsolver/version.h"
 #include "parallel.hpp"
 
 namespace {
@@ -70,7 +71,7 @@ constexpr const char* kFooter =
 int main(int argc, char** argv) {
   CLI::App app{"keloecg: R peaks, heart rate and heart-rate variability of single-lead ECG recordings",
                "keloecg"};
-  app.set_version_flag("--version", std::string("keloecg ") + KELO_VERSION);
+  app.set_version_flag("--version", std::string("keloecg ") + KELOECGSOLVER_VERSION_STRING);
   app.footer(kFooter);
   app.require_subcommand(1);
   // Usage errors read like every other error: one line, exit status 2.

@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 
+#include "keloecgsolver/version.h"
 #include "text_util.hpp"
 
 namespace keloecg {
@@ -177,7 +178,7 @@ Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs
               const Validation* validation) {
   Json j;
   j["program"] = "keloecg";
-  j["version"] = KELO_VERSION;
+  j["version"] = KELOECGSOLVER_VERSION_STRING;
   j["recording"] = recording_json(p);
   j["settings"] = settings_json(s);
   if (qrs) j["qrs"] = qrs_json(p, *qrs);
