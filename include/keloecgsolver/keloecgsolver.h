@@ -9,6 +9,7 @@
 #include "keloecgsolver/classify.h"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/heart_rate.h"
 #include "keloecgsolver/hrv.h"
 #include "keloecgsolver/kernels.h"

@@ -6,10 +6,12 @@
 
 #include "detect/window_quality.hpp"
 #include "keloecgsolver/detect.h"
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/kernels.h"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace {
 
@@ -52,15 +54,16 @@ KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t 
   const auto peaks = elements(rPeaks);
   for (std::size_t k = 0; k < peaks.size(); ++k) peaks[k] = round_to_int32(positions[k]);
 
-  *quality = 1;
+  *quality = KELO_EXCERPT_USABLE;
   std::vector<double> magnitude(samples.size());
   std::transform(samples.begin(), samples.end(), magnitude.begin(),
                  [](double v) { return std::fabs(v); });
   const detect::MaxResult largest =
       detect::m_findMax(magnitude, static_cast<int64_t>(magnitude.size()));
-  // Clipping first: a clipped excerpt is graded 2 whatever its rhythm.
-  if (largest.maxValue > fullScale * 0.97) *quality = 2;
-  if (*quality == 1 && detect::irregular_rhythm(peaks)) *quality = 3;
+  // Clipping first: a clipped excerpt is graded clipped whatever its rhythm.
+  if (largest.maxValue > fullScale * rules::kClipFraction) *quality = KELO_EXCERPT_CLIPPED;
+  if (*quality == KELO_EXCERPT_USABLE && detect::irregular_rhythm(peaks))
+    *quality = KELO_EXCERPT_IRREGULAR;
 
   detect::m_checkWindowQuality(ecg, fs, fullScale, rPeaks, windowSeconds, windowQualities);
 }

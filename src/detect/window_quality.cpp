@@ -5,9 +5,11 @@
 #include <cmath>
 #include <vector>
 
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/rt_nonfinite.h"
 #include "runtime/emx.hpp"
 #include "runtime/numeric.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace kelo::detect {
 
@@ -54,7 +56,7 @@ bool irregular_rhythm(std::span<const int32_t> peaks) {
   double squares = 0.0;
   for (int32_t v : rr) squares += rt_pow_snf(static_cast<double>(v) - mean, 2.0);
   const double spread = std::sqrt(1.0 / static_cast<double>(count - 2) * squares);
-  return spread > 0.25 * mean;
+  return spread > rules::kIrregularFraction * mean;
 }
 
 double window_count(int32_t n, int32_t fs, int32_t windowSeconds) {
@@ -75,7 +77,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
   const double windows = window_count(length, fs, windowSeconds);
   if (!resize_column(windowQualities, to_int32_sat(windows))) return;
   auto grades = elements(windowQualities);
-  std::fill(grades.begin(), grades.end(), 0);
+  std::fill(grades.begin(), grades.end(), KELO_WINDOW_USABLE);
 
   std::vector<int32_t> inside;
   for (double w = 1.0; w <= windows && static_cast<std::size_t>(w) <= grades.size(); w += 1.0) {
@@ -92,7 +94,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
     for (int32_t p : peaks)
       if (start <= p && p <= end) inside.push_back(p);
     if (inside.size() < 2) {
-      grade = 3;
+      grade = KELO_WINDOW_TOO_FEW_BEATS;
       continue;
     }
 
@@ -104,10 +106,11 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
     if (first <= last)
       window = samples.subspan(static_cast<std::size_t>(first - 1), static_cast<std::size_t>(last - first + 1));
     const std::vector<double> magnitude = magnitudes(window);
-    if (m_findMax(magnitude, static_cast<int64_t>(magnitude.size())).maxValue > fullScale * 0.97)
-      grade = 5;
+    if (m_findMax(magnitude, static_cast<int64_t>(magnitude.size())).maxValue >
+        fullScale * rules::kClipFraction)
+      grade = KELO_WINDOW_CLIPPED;
     else if (irregular_rhythm(inside))
-      grade = 6;
+      grade = KELO_WINDOW_IRREGULAR;
   }
 }
 

@@ -8,20 +8,16 @@
 #include <mutex>
 #include <span>
 
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/keloecgsolver.h"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
 namespace {
 
-struct RealDeleter {
-  void operator()(emxArray_real_T* a) const { emxDestroyArray_real_T(a); }
-};
-struct IntDeleter {
-  void operator()(emxArray_int32_T* a) const { emxDestroyArray_int32_T(a); }
-};
-using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
-using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+using RealArray = kelo::rules::RealRecord;
+using IntArray = kelo::rules::Int32Record;
 
 std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   std::size_t n = a.numDimensions > 0 ? 1 : 0;
@@ -29,11 +25,8 @@ std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   return {a.data, n};
 }
 
-constexpr double kLowestRate = 30.0;
-constexpr double kHighestRate = 220.0;
-
 // The analysis rate as the library's integer argument.
-constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
+constexpr std::int32_t kFs = kelo::rules::kAnalysisRate;
 
 // Each entry point's _initialize routine (re)writes the library's shared
 // non-finite constants, and its _terminate routine does nothing. Runs on
@@ -66,7 +59,7 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   RealArray ecg(emxCreateWrapper_real_T(copy.data(), length, 1));
   IntArray peaks(emxCreate_int32_T(length, 1));
   IntArray windows(emxCreate_int32_T(1, 1));
-  std::int32_t grade = 1;
+  std::int32_t grade = KELO_EXCERPT_USABLE;
   initialize_library();
   detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
   r.excerpt_grade = grade;
@@ -79,19 +72,18 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   const auto grades = elements(*windows);
   r.window_grades.assign(grades.begin(), grades.end());
 
-  r.status = kNoUsableBeats;
+  r.status = KELO_STATUS_NO_USABLE_BEATS;
   const auto count = static_cast<std::int32_t>(found.size());
   if (count > 1) {
     const double rate = calcHRvar(peaks.get(), count, kFs);
-    if (rate >= kLowestRate && rate <= kHighestRate) {
+    if (kelo::rules::heart_rate_accepted(rate)) {
       r.heart_rate = rate;
-      r.status = kSuccess;
+      r.status = KELO_STATUS_SUCCESS;
     } else {
       r.rejected_rate = rate;
     }
   }
-  if (grade == 2) r.status = kClipped;
-  if (grade == 3) r.status = kIrregular;
+  r.status = kelo::rules::status_after_grade(r.status, grade);
   return r;
 }
 
@@ -140,10 +132,8 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
     if (with_periodogram) r.periodogram = periodogram(peaks);
   }
   r.computed = true;
-  r.spectrum = status == kSuccess;
-  r.status = status;
-  if (q.excerpt_grade == 2) r.status = kClipped;
-  if (q.excerpt_grade == 3) r.status = kIrregular;
+  r.spectrum = status == KELO_STATUS_SUCCESS;
+  r.status = kelo::rules::status_after_grade(status, q.excerpt_grade);
   return r;
 }
 

@@ -229,7 +229,7 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   std::map<int, int> counts;
   for (int g : q.window_grades) ++counts[g];
   out << "Windows     " << q.window_grades.size() << " x ";
-  if (q.window_grades.size() == 1 && (q.window_s < 5 || q.excerpt.duration_s() < q.window_s * 2)) {
+  if (kelo::rules::one_window_over_all(q.excerpt.length / kelo::rules::kAnalysisRate, q.window_s)) {
     out << "the whole excerpt";
   } else {
     out << q.window_s << " s";
