@@ -8,6 +8,7 @@
 #   development  libkeloecgsolver-dev   headers, the .so link, CMake and pkg-config files
 #   keloecg      keloecg                the program and its bundled recording
 #   java         libkelosolver-java     the jar and the library link where the JVM looks
+#   python       python3-keloecg        the Python package
 include(CMakePackageConfigHelpers)
 
 set(KELO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/keloecgsolver)
@@ -47,12 +48,16 @@ set(KELO_DEB_runtime libkeloecgsolver${PROJECT_VERSION_MAJOR})
 set(KELO_DEB_development libkeloecgsolver-dev)
 set(KELO_DEB_keloecg keloecg)
 set(KELO_DEB_java libkelosolver-java)
+set(KELO_DEB_python python3-keloecg)
 set(KELO_COMPONENTS runtime development)
 if(KELO_BUILD_TOOLS)
   list(APPEND KELO_COMPONENTS keloecg)
 endif()
 if(KELO_BUILD_JNI)
   list(APPEND KELO_COMPONENTS java)
+endif()
+if(KELO_BUILD_PYTHON)
+  list(APPEND KELO_COMPONENTS python)
 endif()
 
 # Debian wants the licence of every package as /usr/share/doc/PACKAGE/copyright.
@@ -80,6 +85,17 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_JAVA_PACKAGE_SECTION java)
 set(CPACK_DEBIAN_JAVA_PACKAGE_DEPENDS "default-jre-headless | java17-runtime-headless")
+# The extension is built for one Python version.
+if(KELO_BUILD_PYTHON)
+  string(REPLACE "." ";" kelo_python_next ${KELO_PYTHON_VERSION})
+  list(GET kelo_python_next 1 minor)
+  math(EXPR minor "${minor} + 1")
+  list(GET kelo_python_next 0 kelo_python_next)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= ${KELO_PYTHON_VERSION}), python3 (<< ${kelo_python_next}.${minor}), python3-numpy, python3-pandas")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS python3-distributed)
+endif()
 foreach(component IN LISTS KELO_COMPONENTS)
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${KELO_DEB_${component}})
@@ -92,7 +108,10 @@ set(CPACK_COMPONENT_KELOECG_DESCRIPTION
   "keloecg: heart rate, HRV, validation and HTML reports of ECG recordings, with a bundled recording")
 set(CPACK_COMPONENT_JAVA_DESCRIPTION
   "libkeloecgsolver: Java bridge (com.kelo.kelosolver) and the native library where the JVM finds it")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+  "keloecg for Python: R peaks, grades, heart rate, HRV and keloecg's readers on numpy arrays; Dask cohorts")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_COMPONENT_KELOECG_DEPENDS runtime)
 set(CPACK_COMPONENT_JAVA_DEPENDS runtime)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
 include(CPack)

@@ -4,11 +4,13 @@
 # - each PACKAGE holds exactly the files and links (with their targets) of
 #   LIST_DIR/COMPONENT.txt, where @LIBDIR@, @VERSION@, @MAJOR@ and @CONFIG@
 #   stand for $KELO_LIBDIR, $KELO_VERSION, $KELO_MAJOR and $KELO_CONFIG, and
-#   a line with @HEADER@ for every header in $KELO_HEADERS;
+#   a line with @HEADER@ for every header in $KELO_HEADERS, and @PYTHONDIR@
+#   and @PYMODULE@ for $KELO_PYTHON_DIR and $KELO_PYTHON_MODULE;
 # - every other package depends on the runtime package of the same version;
 # - unpacked together, every link resolves, keloecg runs on its bundled
-#   recording and the jar loads the library where the JVM looks for it
-#   ($KELO_JAVA) and gives the version.
+#   recording, the jar loads the library where the JVM looks for it
+#   ($KELO_JAVA) and gives the version, and the Python package
+#   ($KELO_PYTHON) finds the library and analyses that recording.
 set -euo pipefail
 build=$1 work=$2 lists=$3
 shift 3
@@ -19,7 +21,8 @@ cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/debs" > "$work/cpack.
 
 expected_files() {
   sed -e '/^#/d' -e '/^$/d' -e "s|@LIBDIR@|$KELO_LIBDIR|g" -e "s|@VERSION@|$KELO_VERSION|g" \
-      -e "s|@MAJOR@|$KELO_MAJOR|g" -e "s|@CONFIG@|$KELO_CONFIG|g" "$1" |
+      -e "s|@MAJOR@|$KELO_MAJOR|g" -e "s|@CONFIG@|$KELO_CONFIG|g" \
+      -e "s|@PYTHONDIR@|${KELO_PYTHON_DIR:-}|g" -e "s|@PYMODULE@|${KELO_PYTHON_MODULE:-}|g" "$1" |
     while IFS= read -r line; do
       if [[ $line == *@HEADER@* ]]; then
         for h in $KELO_HEADERS; do echo "${line//@HEADER@/$h}"; done
@@ -74,6 +77,16 @@ if [ -e "$jar" ] && [ -n "${KELO_JAVA:-}" ]; then
         "$(dirname "$0")/PackagedJarProbe.java" 2>&1) || true
   if [ "$out" != "$expected" ]; then
     echo "the unpacked jar said '$out', not '$expected'"; status=1
+  fi
+fi
+python_dir=$work/root/usr/${KELO_PYTHON_DIR:-none}
+if [ -d "$python_dir/keloecg" ] && [ -n "${KELO_PYTHON:-}" ]; then
+  out=$(cd "$work" && PYTHONPATH="$python_dir" PYTHONDONTWRITEBYTECODE=1 PYTHONNOUSERSITE=1 \
+        "$KELO_PYTHON" -c 'import keloecg, sys
+q = keloecg.detect(keloecg.read(sys.argv[1]))
+print(keloecg.__file__, len(q.r_peaks), q.status)' "$work/root/usr/share/keloecg/mitdb100-5min.f32" 2>&1) || true
+  if [ "$out" != "$python_dir/keloecg/__init__.py 370 0" ]; then
+    echo "the unpacked Python package said '$out'"; status=1
   fi
 fi
 [ $status -ne 0 ] || echo "packages built and checked: $*"

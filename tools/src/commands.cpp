@@ -228,8 +228,6 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
   return failed ? kInputErrorExit : 0;
 }
 
-namespace {
-
 std::vector<fs::path> gather_inputs(const std::vector<std::string>& inputs, bool recursive) {
   std::vector<fs::path> files;
   for (const auto& in : inputs) {
@@ -275,12 +273,6 @@ std::vector<std::string> output_names(const std::vector<fs::path>& files) {
   return names;
 }
 
-struct BatchOutcome {
-  std::string error;
-  std::vector<std::string> summary;
-  std::optional<Validation> validation;
-};
-
 BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::path& json_path, HrvLock& lock) {
   BatchOutcome out;
   const std::string shown = display(file);
@@ -306,8 +298,6 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
   }
   return out;
 }
-
-}  // namespace
 
 int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs, const std::string& out_dir,
                   unsigned jobs, bool recursive) {
