@@ -48,8 +48,6 @@ namespace kelo::detect {
 namespace {
 
 constexpr double kUnit = 0x1p-53;       // unit roundoff of double
-constexpr double kUp = 1.0 + 4 * kUnit;   // covers up to three roundings of a bound
-constexpr double kDown = 1.0 - 4 * kUnit;
 constexpr double kPowMargin = 0x1p-40;  // relative widening of s * s * s
 constexpr double kMax = 0x1.fffffffffffffp1023;  // the largest finite double
 constexpr std::size_t kBlock = 4096;    // samples decided per pass
