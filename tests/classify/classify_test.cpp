@@ -7,13 +7,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iterator>
 #include <limits>
 #include <set>
+#include <tuple>
 #include <vector>
 
 #include "classify/refine_kernels.hpp"
+#include "classify/template_correlation.hpp"
 #include "keloecgsolver/classify.h"
 #include "keloecgsolver/lifecycle.h"
 #include "support/emx_builders.hpp"
@@ -64,25 +67,97 @@ TEST(Classify, OddShapesBecomeAbnormal) {
   beats[30].shape = beats[150].shape = BeatShape::Wide;
   beats[77].shape = BeatShape::Inverted;
   EXPECT_EQ(abnormal(synthetic_ecg(beats, kLong, {.noiseMv = 0.02}), positions(beats)), (Idx{30, 77, 150}));
-
-  // Seven inverted beats cancel most of the normal ones in the first
-  // template, so the wide beat still matches it; the second template, built
-  // from the beats still normal, does not.
-  beats = regular_beats(60, 170, 17);
-  for (std::size_t k = 1; k <= 13; k += 2) beats[k].shape = BeatShape::Inverted;
-  beats[16].shape = BeatShape::Wide;
-  EXPECT_EQ(abnormal(synthetic_ecg(beats, kShort, {.noiseMv = 0.01}), positions(beats)),
-            (Idx{1, 3, 5, 7, 9, 11, 13, 16}));
 }
 
-TEST(Classify, ShiftSearchSignalEndsAndNaN) {
+// A short signal of beats (1-based position, t) whose 25-sample windows are
+// S + tD: S a narrow peak, D a pattern of alternating sign, centred,
+// orthogonal to S and of its norm. A beat then correlates with a template
+// S + uD by cos(atan t - atan u), and a shifted window correlates less.
+std::vector<double> spanned_beats(const std::vector<std::pair<int32_t, double>>& beats) {
+  std::array<double, 25> s{}, d{}, centred{};
+  double ms = 0.0, md = 0.0, sd = 0.0, ss = 0.0, dd = 0.0;
+  for (int i = 0; i < 25; ++i) {
+    s[i] = std::exp(-(i - 12) * (i - 12) / 8.0);
+    d[i] = i % 2 == 0 ? 1.0 : -1.0;
+    ms += s[i];
+    md += d[i];
+  }
+  for (int i = 0; i < 25; ++i) {
+    centred[i] = s[i] - ms / 25.0;
+    d[i] -= md / 25.0;
+    sd += centred[i] * d[i];
+    ss += centred[i] * centred[i];
+  }
+  for (int i = 0; i < 25; ++i) {
+    d[i] -= sd / ss * centred[i];
+    dd += d[i] * d[i];
+  }
+  for (double& v : d) v *= std::sqrt(ss / dd);
+  std::vector<double> x(kShort, 0.0);
+  for (const auto& [r, t] : beats)
+    for (int i = 0; i < 25; ++i) x[r - 13 + i] += s[i] + t * d[i];
+  return x;
+}
+
+TEST(Classify, CorrelationAndPassLimits) {
+  // Seventeen beats S and one S + tD, 150 samples apart: t puts the last
+  // beat's correlation with the first template at exactly 0.7 (kept), or at
+  // 0.6995 (not kept).
+  const double exact = 0x1.293f7b730a287p+0;
+  for (const auto& [t, want] : {std::pair{exact, Idx{}}, {exact * 1.0015, Idx{17}}}) {
+    std::vector<std::pair<int32_t, double>> beats;
+    for (int32_t k = 0; k < 18; ++k) beats.push_back({101 + 150 * k, k == 17 ? t : 0.0});
+    const auto x = spanned_beats(beats);
+    Ints r;
+    std::vector<double> tmpl(25, 0.0);
+    for (const auto& [p, _] : beats) {
+      r.push_back(p);
+      for (int i = 0; i < 25; ++i) tmpl[i] += x[p - 13 + i];
+    }
+    for (double& v : tmpl) v /= 18.0;
+    if (t == exact) {
+      ASSERT_EQ(kelo::classify::m_calcCorr(tmpl, x, r.back() - 12, r.back() + 12), 0.7);
+    }
+    EXPECT_EQ(abnormal(x, r), want) << t;
+  }
+  // Twenty-one beats S and seven with t from 1.15 * 1.19^6 down to 1.15:
+  // each pass takes out only the beat farthest from the template, which
+  // then moves towards S and leaves the next one out of reach; five passes
+  // take out five.
+  std::vector<std::pair<int32_t, double>> beats;
+  for (int32_t k = 0; k < 28; ++k) beats.push_back({61 + 100 * k, k < 21 ? 0.0 : 1.15 * std::pow(1.19, 27 - k)});
+  Ints r;
+  for (const auto& [p, _] : beats) r.push_back(p);
+  EXPECT_EQ(abnormal(spanned_beats(beats), r), (Idx{21, 22, 23, 24, 25}));
+}
+
+TEST(Classify, ShiftSearchBoundsAndWindowOfTheRecordVariant) {
+  // Beats S every 150 samples between two detections that miss their beats.
+  // The shift search needs r - 24 > 0 and r + 24 <= 3000 and reaches 12
+  // samples either way: detections at 25 and 2976 of beats at 13 and 2988
+  // are found; at 24 and 2977 (beats at 17 and 2984) they are not searched.
+  for (const auto& [first, firstBeat, last, lastBeat, want] :
+       {std::tuple{25, 13, 2976, 2988, Idx{}}, {24, 17, 2977, 2984, Idx{0, 20}}}) {
+    std::vector<std::pair<int32_t, double>> beats{{firstBeat, 0.0}, {lastBeat, 0.0}};
+    Ints r{first};
+    for (int32_t p = 151; p < 2900; p += 150) beats.push_back({p, 0.0}), r.push_back(p);
+    r.push_back(last);
+    EXPECT_EQ(abnormal(spanned_beats(beats), r), want) << first;
+  }
+  // h = rnd(rnd(0.12 fs) / 2): 12 at 200 Hz, 14 at 225 Hz (13.5 rounded).
+  // On a flat signal every beat tested fails, from r = h + 1 on.
+  for (const auto& [fs, h] : {std::pair{200, 12}, {225, 14}}) {
+    kelo::EmxInt32 classes(1);
+    classifyQRSvar(kelo::test::column(std::vector<double>(100, 1.0)), kelo::test::int_column({h, h + 1}), 2, fs,
+                   classes);
+    EXPECT_EQ(kelo::test::values(classes)[0], 1) << fs;
+    EXPECT_EQ(kelo::test::values(classes)[1], 0) << fs;
+  }
+}
+
+TEST(Classify, FlatAndNaNSignals) {
   const auto beats = regular_beats(18, 160, 18);
   const auto x = synthetic_ecg(beats, kShort, {.noiseMv = 0.01});
-  auto r = positions(beats);
-  r[9] += 7;  // detected 7 samples late: found again by shifting
-  r[0] -= 6;  // at 13 = h + 1: tested, but too near the start to shift
-  EXPECT_EQ(abnormal(x, r), (Idx{0}));
-
   // A flat signal fails every tested beat: 12 and 35989 lack a full window,
   // 13 and 35988 just have one, the rest lie outside the signal.
   EXPECT_EQ(abnormal(std::vector<double>(kLong, 0.25), {-4, 0, 12, 13, 5000, 35988, 35989, 36000, 40000}),

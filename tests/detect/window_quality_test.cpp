@@ -25,8 +25,8 @@ TEST(FindMax, FirstOfEqualMaximaFromMinus10000) {
 }
 
 TEST(RhythmTest, QuarterOfTheMeanRR) {
-  EXPECT_TRUE(irregular_rhythm(I{0, 100, 200, 360}));    // m = 120, s = 34.64 > 30
-  EXPECT_FALSE(irregular_rhythm(I{0, 100, 200, 350}));   // s = 28.9 < 29.2
+  EXPECT_FALSE(irregular_rhythm(I{0, 90, 240, 360}));    // s = 30 is a quarter of m = 120
+  EXPECT_TRUE(irregular_rhythm(I{0, 89, 240, 360}));     // s = 31
   EXPECT_FALSE(irregular_rhythm(I{10, 170, 330, 490}));  // s = 0
   // -0.0 > -0.0, and comparisons with NaN, are false.
   for (const I& few : {I{}, I{500}, I{500, 5000}}) EXPECT_FALSE(irregular_rhythm(few));
@@ -38,7 +38,7 @@ TEST(WindowCount, WholeWindowsOrOneWindow) {
   // The tail is not graded; below 5 s, shorter than one window, or no rate:
   // one window.
   for (const auto& [n, fs, seconds, count] : std::vector<std::tuple<int32_t, int32_t, int32_t, double>>{
-           {6000, 200, 10, 3}, {6100, 200, 10, 3}, {6000, 200, 4, 1}, {6000, 200, 5, 6},
+           {6000, 200, 10, 3}, {7999, 200, 10, 3}, {8000, 200, 10, 4}, {6000, 200, 4, 1}, {6000, 200, 5, 6},
            {1000, 200, 10, 1}, {6000, 0, 10, 1}, {6000, -200, 10, 1}})
     EXPECT_EQ(window_count(n, fs, seconds), count) << n << " " << fs << " " << seconds;
 }

@@ -52,6 +52,7 @@ TEST(HeartRate, WorkedExamples) {
   EXPECT_EQ(hr_var({0, 150, 320}, 200), 75.0);     // two intervals: their mean
   EXPECT_EQ(hr_var({0, 140}, 200), 86.0);          // 85.714...
   EXPECT_EQ(hr_var({0, 240, 480}, 290), 73.0);     // 72.5 rounds away from zero
+  EXPECT_EQ(hr_var({0, 120}, 113), 56.0);          // 60 / (120 / 113) is 56.49999999999999
   EXPECT_EQ(hr_var({0, 200, 400, 600, 800}, 200), 60.0);
   EXPECT_EQ(hr_var({0, 400, 410, 810}, 200), 30.0);  // unsorted intervals 400 10 400
   EXPECT_EQ(hr_var({0, 10, 400, 410}, 200), 1200.0); // median of 10 390 10 is 10
@@ -72,9 +73,12 @@ TEST(HeartRate, LeavesTheInputAloneAndNeverReadsOutsideIt) {
   EXPECT_TRUE(std::isnan(calcHRvar(kelo::test::int_column({100, 300}), -5, 200)));
   EXPECT_TRUE(std::isnan(calcHRvar(nullptr, 2, 200)));
   EXPECT_TRUE(std::isnan(calcHR(nullptr, 2, 200)));
-  std::vector<int32_t> small(KELO_CALCHR_SHORT_LENGTH, 0);
-  EXPECT_TRUE(std::isnan(calcHRshort(small.data(), KELO_CALCHR_SHORT_LENGTH + 1, 200)));
-  EXPECT_TRUE(std::isnan(calcHRshort(small.data(), 1, 200)));
+  // Every element of the array may be a beat, one more may not.
+  std::vector<int32_t> whole(KELO_CALCHR_SHORT_LENGTH);
+  for (std::size_t k = 0; k < whole.size(); ++k) whole[k] = static_cast<int32_t>(200 * k);
+  EXPECT_EQ(calcHRshort(whole.data(), KELO_CALCHR_SHORT_LENGTH, 200), 60.0);
+  EXPECT_TRUE(std::isnan(calcHRshort(whole.data(), KELO_CALCHR_SHORT_LENGTH + 1, 200)));
+  EXPECT_TRUE(std::isnan(calcHRshort(whole.data(), 1, 200)));
 }
 
 TEST(HeartRate, FixedLengthVariantsAgreeWithTheVariableOne) {

@@ -3,13 +3,16 @@
 // saturating multiply.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <limits>
 #include <random>
+#include <tuple>
 
 #include "keloecgsolver/kernels.h"
 #include "support/emx_builders.hpp"
+#include "support/sum_order.hpp"
 
 namespace {
 
@@ -90,6 +93,27 @@ TEST(Correlation, SelfOppositeConstantAndShort) {
   EXPECT_TRUE(std::isnan(m_corr_emlc(column({1}), column({1}))));
 }
 
+// The correlation sums every column from its first row to its last, bit for
+// bit: means, the cross sum and both standard deviations.
+TEST(Correlation, SumsInTheWrittenOrder) {
+  const std::vector<double> x = kelo::test::scattered(64, 1), y = kelo::test::scattered(64, 2);
+  const auto written_out = [&](bool reversed) {
+    const auto sum = [&](auto term) {
+      double s = 0.0;
+      for (std::size_t i = 0; i < 64; ++i) s += term(reversed ? 63 - i : i);
+      return s;
+    };
+    const double mx = sum([&](std::size_t k) { return x[k]; }) / 64.0;
+    const double my = sum([&](std::size_t k) { return y[k]; }) / 64.0;
+    const double c12 = sum([&](std::size_t k) { return (x[k] - mx) * (y[k] - my); }) / 63.0;
+    const double sx = std::sqrt(sum([&](std::size_t k) { return (x[k] - mx) * (x[k] - mx); }) / 63.0);
+    const double sy = std::sqrt(sum([&](std::size_t k) { return (y[k] - my) * (y[k] - my); }) / 63.0);
+    return c12 / (sx * sy);
+  };
+  ASSERT_NE(kelo::test::bits(written_out(false)), kelo::test::bits(written_out(true)));
+  EXPECT_EQ(kelo::test::bits(m_corr_emlc(column(x), column(y))), kelo::test::bits(written_out(false)));
+}
+
 TEST(FindAndDiff, PositionsDifferencesAndEmptyShapes) {
   kelo::EmxReal d(1);
   m_find(kelo::test::mask({false, true, true, false, true}), d);
@@ -118,13 +142,17 @@ std::vector<double> filter(bool low, const std::vector<double>& x) {
 }
 
 TEST(Filters, ImpulseAndStepResponses) {
-  const double b[3] = {0.3913357725017686, 0.7826715450035372, 0.3913357725017686};
-  const double a[3] = {1.0, 0.36952737735124136, 0.19581571265583317};
-  const auto h = filter(true, {1, 0, 0, 0});
-  ASSERT_EQ(h.size(), 4u);
-  EXPECT_EQ(h[0], b[0]);
-  EXPECT_EQ(h[1], b[1] - a[1] * h[0]);
-  EXPECT_EQ(h[2], (b[2] - a[2] * h[0]) - a[1] * h[1]);
+  // {low-pass?, b(1..3), a(2..3)}: the first three impulse samples follow
+  // the transposed direct form exactly.
+  for (const auto& [low, b, a] : std::vector<std::tuple<bool, std::array<double, 3>, std::array<double, 2>>>{
+           {true, {0.3913357725017686, 0.7826715450035372, 0.3913357725017686}, {0.36952737735124136, 0.19581571265583317}},
+           {false, {0.9780304792065597, -1.9560609584131194, 0.9780304792065597}, {-1.9555782403150355, 0.9565436765112033}}}) {
+    const auto h = filter(low, {1, 0, 0, 0});
+    ASSERT_EQ(h.size(), 4u);
+    EXPECT_EQ(h[0], b[0]);
+    EXPECT_EQ(h[1], b[1] - a[0] * h[0]);
+    EXPECT_EQ(h[2], (b[2] - a[1] * h[0]) - a[0] * h[1]);
+  }
   // DC gain of the low-pass is 1, of the high-pass 0.
   const std::vector<double> step(4000, 1.0);
   EXPECT_NEAR(filter(true, step).back(), 1.0, 1e-9);
@@ -148,12 +176,9 @@ TEST(Gradient, RangeWithItsStartingValuesAndMean) {
   EXPECT_EQ(values(gs), (std::vector<double>{0, 0, 0}));
 }
 
-TEST(IntegerMultiply, SaturatesAndMatchesTheWideProduct) {
-  EXPECT_EQ(m_mul_s32_s32_s32_sat(65536, 65536), 2147483647);
-  EXPECT_EQ(m_mul_s32_s32_s32_sat(-65536, 65536), -2147483647 - 1);
-  EXPECT_EQ(m_mul_s32_s32_s32_sat(-46341, 46341), -2147483647 - 1);
-  EXPECT_EQ(m_mul_s32_s32_s32_sat(-2147483647 - 1, -1), 2147483647);
-  EXPECT_EQ(m_mul_s32_s32_s32_sat(-7, 6), -42);
+// The wide product is exact (the saturated one is checked at its limits
+// with the other saturating operations).
+TEST(IntegerMultiply, WideProductIsExact) {
   std::mt19937 rng(3);
   std::uniform_int_distribution<int32_t> any(std::numeric_limits<int32_t>::min(),
                                              std::numeric_limits<int32_t>::max());
