@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <iterator>
 #include <limits>
@@ -20,6 +19,7 @@
 #include "keloecgsolver/classify.h"
 #include "keloecgsolver/lifecycle.h"
 #include "support/emx_builders.hpp"
+#include "support/spanned_beats.hpp"
 #include "support/sum_order.hpp"
 #include "support/synthetic_ecg.hpp"
 
@@ -70,33 +70,12 @@ TEST(Classify, OddShapesBecomeAbnormal) {
   EXPECT_EQ(abnormal(synthetic_ecg(beats, kLong, {.noiseMv = 0.02}), positions(beats)), (Idx{30, 77, 150}));
 }
 
-// A short signal of beats (1-based position, t) whose 25-sample windows are
-// S + tD: S a narrow peak, D a pattern of alternating sign, centred,
-// orthogonal to S and of its norm. A beat then correlates with a template
-// S + uD by cos(atan t - atan u), and a shifted window correlates less.
+// A short signal of beats (1-based position, t) with 25-sample windows
+// S + tD (support/spanned_beats.hpp).
 std::vector<double> spanned_beats(const std::vector<std::pair<int32_t, double>>& beats) {
-  std::array<double, 25> s{}, d{}, centred{};
-  double ms = 0.0, md = 0.0, sd = 0.0, ss = 0.0, dd = 0.0;
-  for (int i = 0; i < 25; ++i) {
-    s[i] = std::exp(-(i - 12) * (i - 12) / 8.0);
-    d[i] = i % 2 == 0 ? 1.0 : -1.0;
-    ms += s[i];
-    md += d[i];
-  }
-  for (int i = 0; i < 25; ++i) {
-    centred[i] = s[i] - ms / 25.0;
-    d[i] -= md / 25.0;
-    sd += centred[i] * d[i];
-    ss += centred[i] * centred[i];
-  }
-  for (int i = 0; i < 25; ++i) {
-    d[i] -= sd / ss * centred[i];
-    dd += d[i] * d[i];
-  }
-  for (double& v : d) v *= std::sqrt(ss / dd);
+  const kelo::test::SpannedShapes shapes = kelo::test::spanned_shapes(25);
   std::vector<double> x(kShort, 0.0);
-  for (const auto& [r, t] : beats)
-    for (int i = 0; i < 25; ++i) x[r - 13 + i] += s[i] + t * d[i];
+  for (const auto& [r, t] : beats) kelo::test::add_spanned_beat(x, shapes, r, t);
   return x;
 }
 
