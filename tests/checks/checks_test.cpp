@@ -16,6 +16,7 @@
 #include "keloecgsolver/checks.h"
 #include "keloecgsolver/lifecycle.h"
 #include "support/emx_builders.hpp"
+#include "support/sum_order.hpp"
 
 namespace {
 
@@ -84,13 +85,16 @@ TEST(CheckQuality, GradesAtTheirBoundaries) {
 }
 
 TEST(CheckKernels, ReciprocalDeviationAndMedian) {
-  // sum * (1 / 3) and sum / 3 differ in the last bit for these data.
-  const std::vector<double> v{0.1, 0.7, 1.3, 2.9};
-  const double mean = kelo::checks::m_calcMean<double>(v, 1.0, 4);
-  double sum = 0.0;
+  // Mean and deviation sum from the first element to the last; the deviation
+  // multiplies by the reciprocal of the index span (sum / 39 differs here).
+  const std::vector<double> v = kelo::test::scattered(40, 3);
+  double total = 0.0, sum = 0.0;
+  for (double e : v) total += e;
+  const double mean = total / 40.0;
   for (double e : v) sum += (e - mean) * (e - mean);
-  ASSERT_NE(sum * (1.0 / 3.0), sum / 3.0) << "test data no longer tell the two apart";
-  EXPECT_EQ(kelo::checks::m_calcSd<double>(v, 1.0, 4, mean), std::sqrt(sum * (1.0 / 3.0)));
+  ASSERT_NE(sum * (1.0 / 39.0), sum / 39.0) << "test data no longer tell the two apart";
+  EXPECT_EQ(kelo::checks::m_calcMean<double>(v, 1.0, 40), mean);
+  EXPECT_EQ(kelo::checks::m_calcSd<double>(v, 1.0, 40, mean), std::sqrt(sum * (1.0 / 39.0)));
   // The median sorts its prefix in place, as a bubble sort would.
   std::mt19937 rng(11);
   std::uniform_int_distribution<int32_t> value(-40, 40);

@@ -261,14 +261,16 @@ TEST(ClassifyAndRefine, KernelsKeepTheirRules) {
   // Appended in descending order: both are.
   kelo::refine::m_sortData(Ints{100, 500, 900, 700, 300, 42}, 3, 2, out);
   EXPECT_EQ(out, (Ints{100, 300, 500, 700, 900, 42}));
-  // The deviation divides by the index span (the checks multiply by the
-  // reciprocal): the bits differ.
-  const std::vector<double> a{0.1, 0.7, 1.3, 2.9};
-  const double mean = kelo::refine::m_calcMean(a, 1, 4);
-  double sum = 0.0;
+  // The search's mean and deviation sum from first to last; the deviation
+  // divides by the index span (the checks multiply by its reciprocal).
+  const std::vector<double> a = kelo::test::scattered(40, 3);
+  double total = 0.0, sum = 0.0;
+  for (double v : a) total += v;
+  const double mean = total / 40.0;
   for (double v : a) sum += (v - mean) * (v - mean);
-  ASSERT_NE(sum / 3.0, sum * (1.0 / 3.0));
-  EXPECT_EQ(kelo::refine::m_calcSd(a, 1, 4, mean), std::sqrt(sum / 3.0));
+  ASSERT_NE(sum / 39.0, sum * (1.0 / 39.0));
+  EXPECT_EQ(kelo::refine::m_calcMean(a, 1, 40), mean);
+  EXPECT_EQ(kelo::refine::m_calcSd(a, 1, 40, mean), std::sqrt(sum / 39.0));
 }
 
 TEST(Refine, BeatStatisticsAtTheSignalEndsAndThePolarityVote) {

@@ -51,20 +51,14 @@ TEST(Smooth, WorkedExamplesAndEndRule) {
   EXPECT_EQ(smooth({1, 2, 3, 4}, 3), (std::vector<double>{1.5, 2, 3, 3.5}));
   EXPECT_EQ(smooth({1, 2, 3, 4}, 2), (std::vector<double>{1, 2, 3, 4}));  // s = 1
   EXPECT_EQ(smooth({1, 2, 3, 4}, 4), smooth({1, 2, 3, 4}, 3));           // s = 3
-  // Span 5: the window is cut on one side only near the ends.
-  const auto y = smooth({1, 2, 4, 8, 16, 32}, 5);
-  EXPECT_EQ(y[0], (1 + 2 + 4) / 3.0);
-  EXPECT_EQ(y[1], (1 + 2 + 4 + 8) / 4.0);
-  EXPECT_EQ(y[2], (1 + 2 + 4 + 8 + 16) / 5.0);
-  EXPECT_EQ(y[5], (8 + 16 + 32) / 3.0);
   EXPECT_EQ(smooth({}, 5), std::vector<double>{});
   EXPECT_EQ(smooth({3, 5}, 0), (std::vector<double>{3, 5}));  // below 1: no smoothing
   EXPECT_EQ(smooth({3, 5}, std::numeric_limits<double>::quiet_NaN()), (std::vector<double>{3, 5}));
 }
 
 // The direct form sums each window in the same order as the long
-// construction, so the two agree bit for bit, spans wider than the signal
-// included.
+// construction, so the two agree bit for bit, the windows cut on one side
+// near the ends and spans wider than the signal included.
 TEST(Smooth, BitIdenticalToTheLongConstruction) {
   std::mt19937 rng(7);
   std::normal_distribution<double> noise(0.0, 1e3);
@@ -82,20 +76,13 @@ TEST(Smooth, BitIdenticalToTheLongConstruction) {
   }
 }
 
-TEST(Correlation, SelfOppositeConstantAndShort) {
-  const std::vector<double> x = {1, 4, 2, 8, 5, 7};
-  std::vector<double> neg(x.size());
-  for (std::size_t i = 0; i < x.size(); ++i) neg[i] = -x[i];
-  EXPECT_DOUBLE_EQ(m_corr_emlc(column(x), column(x)), 1.0);
-  EXPECT_DOUBLE_EQ(m_corr_emlc(column(x), column(neg)), -1.0);
+// The correlation sums every column from its first row to its last, bit for
+// bit: means, the cross sum and both standard deviations. A constant column,
+// or a single row, gives NaN.
+TEST(Correlation, SumsInTheWrittenOrderAndDegenerateColumns) {
   EXPECT_NEAR(m_corr_emlc(column({1, 2, 3}), column({1, 3, 2})), 0.5, 1e-15);
   EXPECT_TRUE(std::isnan(m_corr_emlc(column({2, 2, 2}), column({1, 2, 3}))));
   EXPECT_TRUE(std::isnan(m_corr_emlc(column({1}), column({1}))));
-}
-
-// The correlation sums every column from its first row to its last, bit for
-// bit: means, the cross sum and both standard deviations.
-TEST(Correlation, SumsInTheWrittenOrder) {
   const std::vector<double> x = kelo::test::scattered(64, 1), y = kelo::test::scattered(64, 2);
   const auto written_out = [&](bool reversed) {
     const auto sum = [&](auto term) {
