@@ -49,6 +49,7 @@ TEST(DetectorLimits, CorrelationPassSearchBackAndGaps) {
            {"feature 1.0095 times half the threshold", plain_beats(1200), 1200, 0.5, 0.2198, Found::BySearchBack},
            {"feature 0.9900 times half the threshold", plain_beats(1200), 1200, 0.5, 0.2183, Found::No},
            {"an interval of 361 after one of 200", plain_beats(0, 361), 1180, 0.5, 1.0, Found::BySearchBack},
+           {"15 after its middle, 1180.5 rounded up", plain_beats(0, 361), 1196, 0.5, 1.0, Found::BySearchBack},
            {"exactly 1.8 times 200", plain_beats(0, 360), 1180, 0.5, 1.0, Found::No}}) {
     const double t = std::sqrt(1.0 / (c.correlation * c.correlation) - 1.0);
     V x(4000, 0.0), odd(4000, 0.0);
