@@ -83,7 +83,11 @@ TEST(Correlation, SumsInTheWrittenOrderAndDegenerateColumns) {
   EXPECT_NEAR(m_corr_emlc(column({1, 2, 3}), column({1, 3, 2})), 0.5, 1e-15);
   EXPECT_TRUE(std::isnan(m_corr_emlc(column({2, 2, 2}), column({1, 2, 3}))));
   EXPECT_TRUE(std::isnan(m_corr_emlc(column({1}), column({1}))));
-  const std::vector<double> x = kelo::test::scattered(64, 1), y = kelo::test::scattered(64, 2);
+  // x: values 2^-28 apart around 1e6, where the last bits of the mean
+  // decide every deviation.
+  std::vector<double> x(64);
+  for (std::size_t k = 0; k < x.size(); ++k) x[k] = 1e6 + std::ldexp(double(k * 37 % 23), -28);
+  const std::vector<double> y = kelo::test::scattered(64, 2);
   const auto written_out = [&](bool reversed) {
     const auto sum = [&](auto term) {
       double s = 0.0;

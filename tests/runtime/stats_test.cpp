@@ -139,18 +139,22 @@ TEST(Limits, RoundingAndSaturationAt32Bits) {
 }
 
 // The mean and the standard deviation sum from the first element to the
-// last, bit for bit.
+// last, bit for bit; also on values 2^-28 apart around 1e6, where the last
+// bits of the mean decide every square.
 TEST(MeanAndStd, SumInTheWrittenOrder) {
-  const std::vector<double> x = kelo::test::scattered(101, 5);
-  double sum = x[0], reversed = x[0];
-  for (std::size_t k = 1; k < x.size(); ++k) sum += x[k];
-  for (std::size_t k = x.size() - 1; k >= 1; --k) reversed += x[k];
-  ASSERT_NE(bits(sum), bits(reversed)) << "the data no longer tell the orders apart";
-  const double mean = sum / 101.0;
-  double squares = 0.0;
-  for (double v : x) squares += (v - mean) * (v - mean);
-  EXPECT_EQ(bits(m_mean(row(x))), bits(mean));
-  EXPECT_EQ(bits(m_std(column(x))), bits(std::sqrt(squares / 100.0)));
+  std::vector<double> near(101);
+  for (std::size_t k = 0; k < near.size(); ++k) near[k] = 1e6 + std::ldexp(double(k * 37 % 23), -28);
+  for (const std::vector<double>& x : {kelo::test::scattered(101, 5), near}) {
+    double sum = x[0], reversed = x[0];
+    for (std::size_t k = 1; k < x.size(); ++k) sum += x[k];
+    for (std::size_t k = x.size() - 1; k >= 1; --k) reversed += x[k];
+    ASSERT_NE(bits(sum), bits(reversed)) << "the data no longer tell the orders apart";
+    const double mean = sum / 101.0;
+    double squares = 0.0;
+    for (double v : x) squares += (v - mean) * (v - mean);
+    EXPECT_EQ(bits(m_mean(row(x))), bits(mean));
+    EXPECT_EQ(bits(m_std(column(x))), bits(std::sqrt(squares / 100.0)));
+  }
 }
 
 }  // namespace
