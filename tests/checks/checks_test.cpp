@@ -193,6 +193,13 @@ TEST(CheckRR, SpreadAndShortIntervalAtTheirBoundaries) {
     classes[1] = 5;  // the beat after the removed one, stepped over by the sweep
     EXPECT_EQ(check_all(beats, Ints(beats.size(), 0)), (Cleaned{9, kept, classes})) << why;
   }
+  // The last two beats carry 5 on entry. The sweep after the flagged second
+  // interval removes the second last, steps on to one entry past the
+  // shortened list, finds there the stale copy of the last beat (5) and
+  // removes it too: the last beat goes with it.
+  const Ints beats{0, 200, 307, 507, 707, 907, 1107, 1307, 1457, 1717};
+  EXPECT_EQ(check_all(beats, {0, 0, 0, 0, 0, 0, 0, 0, 5, 5}),
+            (Cleaned{7, {0, 307, 507, 707, 907, 1107, 1307}, {0, 5, 0, 0, 0, 0, 0}}));
 }
 
 TEST(CheckRR, BadCountsAndPointers) {
