@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
+#include <utility>
 
 #include "detect/detect_support.hpp"
+#include "detect/detector.hpp"
 #include "reference/detector.hpp"
 #include "support/synthetic_ecg.hpp"
 
@@ -40,6 +43,7 @@ TEST(BeatTemplate, MedianOfMeanRemovedBeatsWithZeroRows) {
   EXPECT_EQ(beat_template(V{1, 0, 3, 0}, V{1, 3}, 1), (V{-0.5, 1, -0.5}));
   EXPECT_EQ(beat_template(V{0, 1, 4, 1, 0, 2, 8, 2, 0}, V{3, 7, 9}, 1), (V{-1, 2, -1}));
   EXPECT_TRUE(std::isnan(beat_template(V{1, 2, 3}, V{}, 1)[1]));
+  EXPECT_EQ(kelo::detect::beat_template(V{1, 0, 3, 0}, V{1, 3}, 1), (V{-0.5, 1, -0.5})) << "the fast form";
 }
 
 TEST(Scans, ThreeBoundaryRules) {
@@ -59,6 +63,12 @@ TEST(Scans, ThreeBoundaryRules) {
   for (double mid : {5.0, 16.0}) EXPECT_FALSE(scan_middle(ecg, tmpl, mid, 2).outOfRange) << mid;
   for (double mid : {4.0, 17.0}) EXPECT_TRUE(scan_middle(ecg, tmpl, mid, 2).outOfRange) << mid;
   EXPECT_DOUBLE_EQ(scan_middle(ecg, tmpl, 10, 2).row[2], 1.0);
+  // The fast scans keep the same rules.
+  const kelo::detect::TemplateCorrelator fast(tmpl, kelo::simd::best_kernels());
+  for (const auto& [start, end, out] : {std::tuple{3.0, 17.0, false}, {2.0, 17.0, true}, {3.0, 18.0, true}})
+    EXPECT_EQ(kelo::detect::scan_region(ecg, fast, start, end).outOfRange, out) << start << " " << end;
+  for (const auto& [mid, out] : {std::pair{5.0, false}, {16.0, false}, {4.0, true}, {17.0, true}})
+    EXPECT_EQ(kelo::detect::scan_middle(ecg, fast, mid).outOfRange, out) << mid;
 }
 
 TEST(CorrelationLimit, ComparesWithTheLastSlotOfTheOutput) {
