@@ -112,18 +112,19 @@ TEST(Classify, CorrelationAndPassLimits) {
 }
 
 TEST(Classify, ShiftSearchBoundsAndWindowOfTheRecordVariant) {
-  // Beats S + 2D every 150 samples (a sample off, D changes sign) between
-  // two detections that miss their beats. The shift search needs r - 24 > 0
-  // and r + 24 <= 3000 and reaches 12 samples either way: detections at 25
-  // and 2976 of beats at 13 and 2988 are found; at 24 and 2977 (beats at 17
-  // and 2984) they are not searched.
+  // Beats of one sample every 150 samples between two detections that miss
+  // their beats (a sample off, a beat correlates no more). The shift search
+  // needs r - 24 > 0 and r + 24 <= 3000 and reaches 12 samples either way:
+  // detections at 25 and 2976 of beats at 13 and 2988 are found; at 24 and
+  // 2977 (beats at 17 and 2984) they are not searched.
   for (const auto& [first, firstBeat, last, lastBeat, want] :
        {std::tuple{25, 13, 2976, 2988, Idx{}}, {24, 17, 2977, 2984, Idx{0, 20}}}) {
-    std::vector<std::pair<int32_t, double>> beats{{firstBeat, 2.0}, {lastBeat, 2.0}};
+    std::vector<double> x(kShort, 0.0);
     Ints r{first};
-    for (int32_t p = 151; p < 2900; p += 150) beats.push_back({p, 2.0}), r.push_back(p);
+    for (int32_t p = 151; p < 2900; p += 150) x[p - 1] = 1.0, r.push_back(p);
     r.push_back(last);
-    EXPECT_EQ(abnormal(spanned_beats(beats), r), want) << first;
+    x[firstBeat - 1] = x[lastBeat - 1] = 1.0;
+    EXPECT_EQ(abnormal(x, r), want) << first;
   }
   // h = rnd(rnd(0.12 fs) / 2): 12 at 200 Hz, 14 at 225 Hz (13.5 rounded).
   // On a flat signal every beat tested fails, from r = h + 1 on.
