@@ -20,7 +20,6 @@ struct Widths {
   int64_t beat;      // +-80 ms: the average beat (the detector's template width)
   int64_t shift;     // +-30 ms: alignment with the average beat
   int64_t range;     // +-28 ms: the detector's range product
-  int64_t cover;     // a region holds a beat within this of its ends
   int64_t refractory;
   int64_t tWaveZone;
   int64_t surround;
@@ -34,7 +33,7 @@ int64_t samples_for(double seconds, double fs) {
 Widths widths_for(double fs, const Tuning& t) {
   return Widths{samples_for(0.05, fs),         samples_for(0.1, fs),
                 samples_for(0.08, fs),         samples_for(0.03, fs),
-                samples_for(0.028, fs),        samples_for(t.coverMargin, fs),
+                samples_for(0.028, fs),
                 samples_for(t.refractory, fs), samples_for(t.tWaveZone, fs),
                 samples_for(t.surround, fs),   samples_for(0.15, fs)};
 }
@@ -48,11 +47,15 @@ struct Shape {
   double amplitude;  // peak-to-peak within +-qrs
   double slope;      // largest |x(k+1) - x(k-1)| within +-qrs
   double width;      // sum of |x(k+1) - x(k-1)| within +-shape over the largest one
+  double product;    // largest range product within +-qrs
 };
 
 class Signal {
  public:
-  Signal(const Curves& c, const Widths& w) : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())) {}
+  Signal(const Curves& c, const Widths& w)
+      : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())), product_(c.ecg.size(), 0.0) {
+    for (int64_t k = 0; k < n_; ++k) product_[static_cast<std::size_t>(k)] = compute_range_product(k);
+  }
 
   int64_t size() const { return n_; }
   const Widths& widths() const { return w_; }
@@ -85,34 +88,33 @@ class Signal {
       total += d;
       widest = std::max(widest, d);
     }
-    return Shape{amplitude, steepest, widest > 0.0 ? total / widest : 0.0};
+    double product = 0.0;
+    for (int64_t j = k - w_.qrs; j <= k + w_.qrs; ++j) product = std::max(product, range_product(j));
+    return Shape{amplitude, steepest, widest > 0.0 ? total / widest : 0.0, product};
   }
 
-  // The detector's range product (slope range times the square of the
-  // amplitude range, half-width `range`), clamped at the ends.
-  double range_product(int64_t k) const {
-    const int64_t lo = std::max<int64_t>(1, k - w_.range);
-    const int64_t hi = std::min(n_ - 2, k + w_.range);
-    if (lo > hi) return 0.0;
-    double xmin = x(lo), xmax = x(lo), smin = central_difference(lo), smax = smin;
-    for (int64_t j = lo; j <= hi; ++j) {
-      xmin = std::min(xmin, x(j));
-      xmax = std::max(xmax, x(j));
-      smin = std::min(smin, central_difference(j));
-      smax = std::max(smax, central_difference(j));
-    }
-    return (smax - smin) * (xmax - xmin) * (xmax - xmin);
-  }
+  // The detector's range product at k: the slope range times the square
+  // of the amplitude range, over +-range samples (clamped at the ends).
+  double range_product(int64_t k) const { return product_[static_cast<std::size_t>(k)]; }
 
-  // Best correlation of the complexes at a and b, over shifts of b by up
-  // to +-2 shift samples (the energy centres of two like complexes may
-  // differ by more than the alignment with the average beat allows).
-  double similarity(int64_t a, int64_t b) const {
+  // Best correlation of `pattern` (2 beat + 1 samples) with the ECG
+  // around k, over shifts of up to +-maxShift samples; -1 when a window
+  // does not fit.
+  double best_correlation(std::span<const double> pattern, int64_t k, int64_t maxShift) const {
     double best = -1.0;
-    if (!measurable(a) || !measurable(b)) return best;
-    for (int64_t d = -2 * w_.shift; d <= 2 * w_.shift; ++d)
-      best = std::max(best, kern::corr(window(a, w_.beat), window(b + d, w_.beat)));
+    if (k - maxShift - w_.beat < 0 || k + maxShift + w_.beat >= n_) return best;
+    for (int64_t d = -maxShift; d <= maxShift; ++d)
+      best = std::max(best, kern::corr(pattern, window(k + d, w_.beat)));
     return best;
+  }
+
+  // How alike the complexes at a and b are: their best correlation over
+  // shifts of up to +-2 shift samples (the energy centres of two like
+  // complexes may differ by more than the alignment with the average beat
+  // allows).
+  double similarity(int64_t a, int64_t b) const {
+    if (a - w_.beat < 0 || a + w_.beat >= n_) return -1.0;
+    return best_correlation(window(a, w_.beat), b, 2 * w_.shift);
   }
 
   // Where a complex inside start .. end sits: its largest range product,
@@ -133,9 +135,24 @@ class Signal {
   }
 
  private:
+  double compute_range_product(int64_t k) const {
+    const int64_t lo = std::max<int64_t>(1, k - w_.range);
+    const int64_t hi = std::min(n_ - 2, k + w_.range);
+    if (lo > hi) return 0.0;
+    double xmin = x(lo), xmax = x(lo), smin = central_difference(lo), smax = smin;
+    for (int64_t j = lo; j <= hi; ++j) {
+      xmin = std::min(xmin, x(j));
+      xmax = std::max(xmax, x(j));
+      smin = std::min(smin, central_difference(j));
+      smax = std::max(smax, central_difference(j));
+    }
+    return (smax - smin) * (xmax - xmin) * (xmax - xmin);
+  }
+
   const Curves& c_;
   Widths w_;
   int64_t n_;
+  std::vector<double> product_;
 };
 
 // What the detector's beats look like: the shape of each, and their
@@ -176,13 +193,14 @@ class Reference {
     const auto pos = static_cast<std::size_t>(std::lower_bound(at_.begin(), at_.end(), k) - at_.begin());
     std::size_t first = pos > m / 2 ? pos - m / 2 : 0;
     if (first + m > n) first = n - m;
-    std::vector<double> amplitude, slope, width;
+    std::vector<double> amplitude, slope, width, product;
     for (std::size_t i = first; i < first + m; ++i) {
       amplitude.push_back(shapes_[i].amplitude);
       slope.push_back(shapes_[i].slope);
       width.push_back(shapes_[i].width);
+      product.push_back(shapes_[i].product);
     }
-    return Shape{median_of(amplitude), median_of(slope), median_of(width)};
+    return Shape{median_of(amplitude), median_of(slope), median_of(width), median_of(product)};
   }
 
  private:
@@ -191,18 +209,6 @@ class Reference {
   std::vector<Shape> shapes_;
   std::vector<double> averageBeat_;
 };
-
-// Best correlation of the average beat with the ECG around k, over shifts
-// of up to +-shift samples.
-double likeness(const Signal& s, const Reference& r, int64_t k) {
-  const Widths& w = s.widths();
-  double best = -1.0;
-  for (int64_t d = -w.shift; d <= w.shift; ++d) {
-    const double c = kern::corr(r.average_beat(), s.window(k + d, w.beat));
-    if (c > best) best = c;
-  }
-  return best;
-}
 
 // Running RR: the median of the last eight intervals between two
 // consecutive normal beats that end at or before a sample (the first
@@ -271,92 +277,110 @@ class BeatSet {
   std::vector<Beat> beats_;
 };
 
-enum class Checks { Plain, Strict };
+// A complex the second pass considers.
+struct Candidate {
+  int64_t at;
+  double product;        // its range product
+  std::size_t interval;  // index of the interval it lies in (this round)
+};
 
 class SecondPass {
  public:
   SecondPass(const Curves& curves, std::span<const int64_t> normal, const Tuning& t)
-      : t_(t), s_(curves, widths_for(curves.fs, t)), ref_(s_, normal, static_cast<std::size_t>(t.neighbours)), set_(normal) {}
+      : t_(t),
+        s_(curves, widths_for(curves.fs, t)),
+        ref_(s_, normal, static_cast<std::size_t>(t.neighbours)),
+        set_(normal),
+        normal_(normal.begin(), normal.end()),
+        sinus_(set_.beats()) {}
 
-  std::vector<Beat> run(std::span<const Region> regions) {
+  // Rounds: the strongest acceptable complex of every open interval joins
+  // the beats; the two intervals it leaves are searched in the next round.
+  std::vector<Beat> run() {
     if (!ref_.usable()) return set_.beats();
-    rejected_regions(regions);
-    search_intervals();
+    std::vector<Interval> open = all_intervals();
+    for (int round = 0; round < kMaxRounds && !open.empty(); ++round) {
+      std::vector<Candidate> found;
+      for (std::size_t i = 0; i < open.size(); ++i) gather(open[i], i, found);
+      std::stable_sort(found.begin(), found.end(), [](const Candidate& a, const Candidate& b) {
+        return a.interval != b.interval ? a.interval < b.interval : a.product > b.product;
+      });
+      std::vector<std::optional<Candidate>> best(open.size());
+      for (const Candidate& c : found)
+        if (!best[c.interval] && acceptable(c)) best[c.interval] = c;
+      open.clear();
+      for (const auto& b : best) {
+        if (!b) continue;
+        const auto p = set_.before(b->at);
+        const auto q = set_.after(b->at);
+        set_.add(b->at);
+        open.push_back(Interval{p, b->at});
+        open.push_back(Interval{b->at, q});
+      }
+    }
     return labelled(set_.beats());
   }
 
  private:
-  // Regions without a beat: the correlation pass turned them down.
-  void rejected_regions(std::span<const Region> regions) {
-    const RunningRR rr(set_.beats());
-    const int64_t m = s_.widths().cover;
-    // The detector lengthens a region shorter than 0.2 s to that length.
-    const auto shortest = static_cast<int64_t>(std::floor(0.2 * s_.fs()));
-    for (const Region& r : regions) {
-      if (set_.any_within(r.start - m, std::max(r.end, r.start + shortest) + m)) continue;
-      if (const auto k = s_.locate(r.start, r.end); k && acceptable(*k, rr, Checks::Plain)) set_.add(*k);
+  static constexpr int kMaxRounds = 32;
+
+  // The stretch between two beats (none: the recording's end).
+  struct Interval {
+    std::optional<int64_t> from, to;
+  };
+
+  std::vector<Interval> all_intervals() const {
+    std::vector<Interval> v;
+    std::optional<int64_t> p;
+    for (const Beat& b : set_.beats()) {
+      v.push_back(Interval{p, b.index});
+      p = b.index;
     }
+    v.push_back(Interval{p, std::nullopt});
+    return v;
   }
 
-  // Every interval is searched again at a lower threshold: an interval
-  // much longer than the running RR with the plain checks, any other one
-  // with stricter ones (a beat missed there hides in a rhythm such as
-  // bigeminy, which the running RR cannot reveal). Each beat added splits
-  // its interval, which is searched again.
-  void search_intervals() {
-    const RunningRR rr(set_.beats());
-    std::size_t i = 1;
-    while (i < set_.beats().size()) {
-      const int64_t p = set_.beats()[i - 1].index;
-      const int64_t q = set_.beats()[i].index;
-      const bool gap = static_cast<double>(q - p) > t_.gapRatio * rr.at(p);
-      if (!search_interval(p, q, gap ? Checks::Plain : Checks::Strict, rr)) ++i;
-    }
-  }
-
-  // Adds the strongest acceptable complex between p and q; false if none.
-  bool search_interval(int64_t p, int64_t q, Checks checks, const RunningRR& rr) {
-    const int64_t lo = p + s_.widths().refractory;
-    const int64_t hi = q - s_.widths().refractory;
-    std::optional<int64_t> best;
-    double bestProduct = 0.0;
-    int64_t k = lo;
-    while (k <= hi) {
-      if (!(s_.feature(k) > t_.gapThreshold * s_.threshold(k))) {
-        ++k;
-        continue;
-      }
+  // Every stretch of an interval, at least the refractory period away from
+  // its beats, where the envelope exceeds the lowered threshold.
+  void gather(const Interval& iv, std::size_t index, std::vector<Candidate>& out) const {
+    const int64_t gapFrom = iv.from ? *iv.from + s_.widths().refractory : 0;
+    const int64_t gapTo = iv.to ? *iv.to - s_.widths().refractory : s_.size() - 1;
+    auto above = [&](int64_t k) { return s_.feature(k) > t_.searchThreshold * s_.threshold(k); };
+    for (int64_t k = gapFrom; k <= gapTo; ++k) {
+      if (!above(k)) continue;
       int64_t end = k;
-      while (end + 1 <= hi && s_.feature(end + 1) > t_.gapThreshold * s_.threshold(end + 1)) ++end;
-      if (const auto c = s_.locate(k, end); c && acceptable(*c, rr, checks)) {
-        const double product = s_.range_product(*c);
-        if (!best || product > bestProduct) best = c, bestProduct = product;
-      }
-      k = end + 1;
+      while (end + 1 <= gapTo && above(end + 1)) ++end;
+      if (const auto c = s_.locate(k, end))
+        out.push_back(Candidate{*c, s_.range_product(*c), index});
+      k = end;
     }
-    if (!best) return false;
-    set_.add(*best);
-    return true;
   }
 
-  // A complex in noise does not stand out: within +-surround of it, away
-  // from it and from the beats already found (+-150 ms around each), a
-  // peak of the range product comes near its own. Only peaks count (not
-  // the flank of a complex just beyond the surround), so a run of
-  // complexes more than `surround` apart, such as a tachycardia, stands
-  // out while noise does not.
-  bool stands_out(int64_t k, double ratio) const {
+  // True when k lies between two detector beats much farther apart than
+  // the running RR, or has no detector beat on one side.
+  bool in_gap(int64_t k) const {
+    const auto q = std::upper_bound(normal_.begin(), normal_.end(), k);
+    if (q == normal_.begin() || q == normal_.end()) return true;
+    const int64_t p = *std::prev(q);
+    return static_cast<double>(*q - p) > t_.gapRatio * sinus_.at(p);
+  }
+
+  // A complex in noise does not stand out: within from .. to, away from
+  // it and from the beats already found (+-150 ms around each), a peak of
+  // the range product comes near its own. Only peaks count (not the flank
+  // of a complex just beyond the range), so a run of complexes more than
+  // `surround` apart, such as a tachycardia, stands out while noise does
+  // not.
+  bool stands_out(int64_t k, double ratio, int64_t from, int64_t to) const {
     const Widths& w = s_.widths();
-    const int64_t lo = std::max<int64_t>(1, k - w.surround);
-    const int64_t hi = std::min(s_.size() - 2, k + w.surround);
+    const int64_t lo = std::max<int64_t>(1, from);
+    const int64_t hi = std::min(s_.size() - 2, to);
     if (lo > hi) return true;
-    std::vector<double> product;
-    for (int64_t j = lo - 1; j <= hi + 1; ++j) product.push_back(s_.range_product(j));
-    const double own = s_.range_product(k);
+    const double level = ratio * s_.range_product(k);
     for (int64_t j = lo; j <= hi; ++j) {
-      const auto at = static_cast<std::size_t>(j - lo + 1);
-      if (!(product[at] > product[at - 1] && product[at] >= product[at + 1])) continue;
-      if (!(product[at] > ratio * own) || std::llabs(j - k) <= w.complex) continue;
+      const double here = s_.range_product(j);
+      if (!(here > s_.range_product(j - 1) && here >= s_.range_product(j + 1))) continue;
+      if (!(here > level) || std::llabs(j - k) <= w.complex) continue;
       const auto prev = set_.before(j + 1);
       const auto next = set_.after(j - 1);
       if ((prev && j - *prev <= w.complex) || (next && *next - j <= w.complex)) continue;
@@ -365,24 +389,34 @@ class SecondPass {
     return true;
   }
 
-  bool acceptable(int64_t k, const RunningRR& rr, Checks checks) const {
+  bool acceptable(const Candidate& c) const {
+    const int64_t k = c.at;
     if (!s_.measurable(k)) return false;
     const Widths& w = s_.widths();
-    const auto prev = set_.before(k + 1);
-    const auto next = set_.after(k - 1);
+    const auto prev = set_.before(k);
+    const auto next = set_.after(k);
     if (prev && k - *prev < w.refractory) return false;
     if (next && *next - k < w.refractory) return false;
     const Shape sh = s_.shape(k);
-    const bool strict = checks == Checks::Strict;
-    if (!stands_out(k, strict ? t_.strictStandOut : t_.standOut)) return false;
     const Shape usual = ref_.around(k);
-    if (!(sh.amplitude >= (strict ? t_.strictAmplitude : t_.minAmplitude) * usual.amplitude)) return false;
-    if (!(sh.slope >= (strict ? t_.strictSlope : t_.minSlope) * usual.slope)) return false;
+    if (!(sh.amplitude >= t_.minAmplitude * usual.amplitude)) return false;
+    if (!(sh.slope >= t_.minSlope * usual.slope)) return false;
+    // Inside an interval of the usual length (between detector beats) a
+    // beat must be as strong as the usual beat and the only thing standing
+    // out in the interval: noise that mimics a complex is weaker, or not
+    // alone.
+    if (!in_gap(k)) {
+      if (!(sh.product >= t_.strictProduct * usual.product)) return false;
+      if (!stands_out(k, t_.strictStandOut, prev ? *prev : k - w.surround, next ? *next : k + w.surround))
+        return false;
+    } else if (!stands_out(k, t_.standOut, k - w.surround, k + w.surround)) {
+      return false;
+    }
     if (!prev) return true;
     // Where the T wave of the previous beat lies, only a steep, large
     // complex or one shaped like a beat next to it (a run of ectopic
     // beats) counts: a T wave is neither.
-    const double interval = rr.at(*prev);
+    const double interval = sinus_.at(*prev);
     double zone = static_cast<double>(w.tWaveZone);
     if (interval == interval) zone = std::min(zone, t_.tWaveZoneRR * interval);
     if (!(static_cast<double>(k - *prev) < zone)) return true;
@@ -397,14 +431,9 @@ class SecondPass {
     for (std::size_t i = 0; i < beats.size(); ++i) {
       Beat& b = beats[i];
       if (b.label == Label::Normal) continue;
-      const Shape sh = s_.shape(b.index);
-      const Shape u = ref_.around(b.index);
-      b.width = sh.width / u.width;
-      b.amplitude = sh.amplitude / u.amplitude;
-      b.slope = sh.slope / u.slope;
-      b.likeness = likeness(s_, ref_, b.index);
-      if (i > 0) b.rr = static_cast<double>(b.index - beats[i - 1].index) / rr.at(beats[i - 1].index);
-      if (sh.width > t_.wideRatio * u.width || b.likeness < t_.unlikeCorrelation) {
+      const double width = s_.shape(b.index).width;
+      if (width > t_.wideRatio * ref_.around(b.index).width ||
+          s_.best_correlation(ref_.average_beat(), b.index, s_.widths().shift) < t_.unlikeCorrelation) {
         b.label = Label::Wide;
       } else if (i > 0 && static_cast<double>(b.index - beats[i - 1].index) <
                               t_.prematureRatio * rr.at(beats[i - 1].index)) {
@@ -418,45 +447,26 @@ class SecondPass {
   Signal s_;
   Reference ref_;
   BeatSet set_;
+  std::vector<int64_t> normal_;
+  RunningRR sinus_;  // over the detector's beats
 };
 
 }  // namespace
 
 std::vector<int64_t> detector_beats(std::span<const double> rpeaks) {
   std::vector<double> positive;
+  // Positions are finite; the test keeps an impossible infinite entry
+  // from reaching the conversion below.
   for (double v : rpeaks)
-    if (v > 0.0) positive.push_back(v);
+    if (v > 0.0 && std::isfinite(v)) positive.push_back(v);
   std::vector<int64_t> out;
   for (double v : kern::unique(positive)) out.push_back(static_cast<int64_t>(v) - 1);
   return out;
 }
 
-std::vector<Region> candidate_regions(std::span<const double> feature,
-                                      std::span<const double> threshold) {
-  const auto n = static_cast<int64_t>(std::min(feature.size(), threshold.size()));
-  std::vector<Region> regions;
-  auto above = [&](int64_t k) {
-    return feature[static_cast<std::size_t>(k)] > threshold[static_cast<std::size_t>(k)];
-  };
-  int64_t k = 0;
-  while (k < n) {
-    if (!above(k)) {
-      ++k;
-      continue;
-    }
-    // The detector's start is the last sample at or below the threshold.
-    const int64_t start = k > 0 ? k - 1 : 0;
-    while (k + 1 < n && above(k + 1)) ++k;
-    regions.push_back(Region{start, k});
-    ++k;
-  }
-  return regions;
-}
-
 std::vector<Beat> second_pass(const Curves& curves, std::span<const int64_t> normal,
                               const Tuning& tuning) {
-  const std::vector<Region> regions = candidate_regions(curves.feature, curves.threshold);
-  return SecondPass(curves, normal, tuning).run(regions);
+  return SecondPass(curves, normal, tuning).run();
 }
 
 std::vector<Beat> labelled_beats(std::span<const double> samples, double fs, const Tuning& tuning) {

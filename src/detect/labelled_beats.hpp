@@ -37,8 +37,6 @@ enum class Label : int32_t {
 struct Beat {
   int64_t index;  // 0-based sample
   Label label;
-  // DEBUG measures of a second-pass beat
-  double width = 0, likeness = 0, amplitude = 0, slope = 0, rr = 0;
 };
 
 // The detector's curves, all of the same length.
@@ -49,27 +47,27 @@ struct Curves {
   double fs;
 };
 
-// Constants of the second pass (times in seconds, the rest as fractions of
-// the median over the nearest detector beats). Defaults are the tuned values.
+// Constants of the second pass: times in seconds, shape measures as
+// fractions of their median over the nearest detector beats. The defaults
+// are the values tuned on records 100 to 124 of the MIT-BIH Arrhythmia
+// Database (docs/validation.md).
 struct Tuning {
-  double neighbours = 16;          // detector beats a local median is taken over
-  double coverMargin = 0.05;       // a region holds a beat within this of its ends
-  double refractory = 0.2;         // no two beats closer than this
-  double minAmplitude = 0.3;       // peak-to-peak in +-50 ms
-  double minSlope = 0.2;           // steepest central difference in +-50 ms
-  double tWaveZone = 0.45;         // the T wave of a beat lies within this after it ...
-  double tWaveZoneRR = 0.6;        // ... or this fraction of the running RR, whichever is smaller
-  double tWaveSlope = 0.5;         // in that zone: steeper than this
-  double tWaveAmplitude = 0.6;     // ... and larger than this
-  double runSimilarity = 0.8;      // ... or correlate this well with the previous beat
-  double strictAmplitude = 0.5;    // outside RR gaps: amplitude and ...
-  double strictSlope = 0.3;        // ... steepness at least these, and standing out by
-  double strictStandOut = 0.15;    // ... this
-  double surround = 0.25;          // a complex stands out within this of it: ...
-  double standOut = 0.3;           // ... nothing else there is steeper than this fraction
-  double gapRatio = 1.6;           // an RR gap is longer than this times the running RR
-  double gapThreshold = 0.25;      // fraction of the threshold searched in a gap
-  double wideRatio = 1.25;         // wide: width above this times the median width ...
+  double neighbours = 16;       // detector beats a local median is taken over
+  double refractory = 0.2;      // no beat closer than this to another
+  double searchThreshold = 0.25;  // candidates: envelope above this fraction of the threshold
+  double minAmplitude = 0.3;    // peak-to-peak within +-50 ms at least this
+  double minSlope = 0.2;        // steepest central difference within +-50 ms at least this
+  double surround = 0.25;       // nothing within this of a candidate ...
+  double standOut = 0.3;        // ... reaches this fraction of its range product
+  double gapRatio = 1.6;        // a gap: detector beats this many running RRs apart
+  double strictProduct = 0.8;   // outside a gap: range product at least this, and nothing
+  double strictStandOut = 0.15; // ... in the whole interval reaching this fraction of it
+  double tWaveZone = 0.45;      // the T wave of a beat lies within this after it ...
+  double tWaveZoneRR = 0.6;     // ... or this fraction of the running RR if smaller; there
+  double tWaveSlope = 0.5;      // ... a candidate is at least this steep
+  double tWaveAmplitude = 0.6;  // ... and this large,
+  double runSimilarity = 0.8;   // ... or correlates this well with a neighbouring beat
+  double wideRatio = 1.25;      // wide: width above this ...
   double unlikeCorrelation = 0.4;  // ... or correlation with the average beat below this
   double prematureRatio = 0.85;    // premature: RR before below this times the running RR
 };
@@ -77,15 +75,6 @@ struct Tuning {
 // The detector's beats as detectWaves returns them: the positive entries
 // of the detector's output, ascending, without duplicates (0-based here).
 std::vector<int64_t> detector_beats(std::span<const double> rpeaks);
-
-// Candidate regions of the envelope against the threshold, as the
-// detector cuts them (0-based, inclusive).
-struct Region {
-  int64_t start;
-  int64_t end;
-};
-std::vector<Region> candidate_regions(std::span<const double> feature,
-                                      std::span<const double> threshold);
 
 // The detector's beats labelled Normal, merged with the beats of the second
 // pass, ascending.

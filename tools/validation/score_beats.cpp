@@ -75,14 +75,12 @@ Score score(const Record& r, const kelo::beats::Tuning& t, double from, bool nor
   std::vector<double> ref, det;
   std::vector<std::string> sym;
   std::vector<Label> lab;
-  std::vector<Beat> full;
-  std::vector<int64_t> detIndex;
   for (std::size_t i = 0; i < r.refTime.size(); ++i)
     if (r.refTime[i] >= from) ref.push_back(r.refTime[i]), sym.push_back(r.refSymbol[i]);
   for (const Beat& b : beats) {
     if (normalOnly && b.label != Label::Normal) continue;
     const double time = static_cast<double>(b.index) / kFs;
-    if (time >= from) det.push_back(time), lab.push_back(b.label), detIndex.push_back(b.index), full.push_back(b);
+    if (time >= from) det.push_back(time), lab.push_back(b.label);
   }
   const keloecg::MatchResult m = keloecg::match_beats(ref, det);
   s.counts = m.counts;
@@ -100,11 +98,6 @@ Score score(const Record& r, const kelo::beats::Tuning& t, double from, bool nor
   for (std::size_t j = 0; j < det.size(); ++j) {
     const int l = static_cast<int>(lab[j]);
     ++s.labelCount[l];
-    if (dump && l != 1) {
-      const Beat& b = full[j];
-      const auto rm = m.detection_match[j];
-      out << r.name << " X " << det[j] << " " << l << " " << (rm >= 0 ? sym[static_cast<std::size_t>(rm)] : "-") << " w " << b.width << " c " << b.likeness << " a " << b.amplitude << " s " << b.slope << " rr " << b.rr << "\n";
-    }
     if (m.detection_match[j] >= 0) ++s.labelTrue[l];
     else if (dump) out << r.name << " FP " << det[j] << " label " << l << "\n";
   }
@@ -117,14 +110,15 @@ void set(kelo::beats::Tuning& t, const std::string& kv) {
   const std::string k = kv.substr(0, eq);
   const double v = std::atof(kv.substr(eq + 1).c_str());
   std::map<std::string, double*> fields = {
-      {"coverMargin", &t.coverMargin},       {"neighbours", &t.neighbours},       {"refractory", &t.refractory},
-      {"minAmplitude", &t.minAmplitude},     {"minSlope", &t.minSlope},
+      {"neighbours", &t.neighbours},         {"refractory", &t.refractory},
+      {"searchThreshold", &t.searchThreshold}, {"minAmplitude", &t.minAmplitude},
+      {"minSlope", &t.minSlope},             {"surround", &t.surround},
+      {"standOut", &t.standOut},             {"gapRatio", &t.gapRatio},
+      {"strictProduct", &t.strictProduct},   {"strictStandOut", &t.strictStandOut},
       {"tWaveZone", &t.tWaveZone},           {"tWaveZoneRR", &t.tWaveZoneRR},
       {"tWaveSlope", &t.tWaveSlope},         {"tWaveAmplitude", &t.tWaveAmplitude},
-      {"gapRatio", &t.gapRatio},             {"gapThreshold", &t.gapThreshold},
-      {"wideRatio", &t.wideRatio},           {"unlikeCorrelation", &t.unlikeCorrelation},
-      {"prematureRatio", &t.prematureRatio}, {"runSimilarity", &t.runSimilarity}, {"surround", &t.surround}, {"standOut", &t.standOut}, {"strictStandOut", &t.strictStandOut},
-      {"strictAmplitude", &t.strictAmplitude}, {"strictSlope", &t.strictSlope}};
+      {"runSimilarity", &t.runSimilarity},   {"wideRatio", &t.wideRatio},
+      {"unlikeCorrelation", &t.unlikeCorrelation}, {"prematureRatio", &t.prematureRatio}};
   auto it = fields.find(k);
   if (it == fields.end()) {
     std::fprintf(stderr, "unknown constant %s\n", k.c_str());
