@@ -212,16 +212,21 @@ class Reference {
 
 // Running RR: the median of the last eight intervals between two
 // consecutive normal beats that end at or before a sample (the first
-// eight when none does).
+// eight when none does). `clean` (when given) decides which intervals
+// count.
 class RunningRR {
  public:
-  explicit RunningRR(std::span<const Beat> beats) {
+  template <class Clean>
+  RunningRR(std::span<const Beat> beats, Clean clean) {
     for (std::size_t i = 1; i < beats.size(); ++i) {
       if (beats[i - 1].label != Label::Normal || beats[i].label != Label::Normal) continue;
+      if (!clean(beats[i - 1].index, beats[i].index)) continue;
       ends_.push_back(beats[i].index);
       intervals_.push_back(static_cast<double>(beats[i].index - beats[i - 1].index));
     }
   }
+  explicit RunningRR(std::span<const Beat> beats)
+      : RunningRR(beats, [](int64_t, int64_t) { return true; }) {}
 
   // NaN when there is no interval between two normal beats.
   double at(int64_t k) const {
@@ -292,7 +297,7 @@ class SecondPass {
         ref_(s_, normal, static_cast<std::size_t>(t.neighbours)),
         set_(normal),
         normal_(normal.begin(), normal.end()),
-        sinus_(set_.beats()) {}
+        sinus_(set_.beats(), [this](int64_t p, int64_t q) { return quiet_between(p, q); }) {}
 
   // Rounds: the strongest acceptable complex of every open interval joins
   // the beats; the two intervals it leaves are searched in the next round.
@@ -354,6 +359,17 @@ class SecondPass {
         out.push_back(Candidate{*c, s_.range_product(*c), index});
       k = end;
     }
+  }
+
+  // True when the envelope stays at or below the threshold between two
+  // beats (away from them by the refractory period): no complex there was
+  // turned down by the template pass. Only such intervals measure the
+  // sinus rhythm; one holding a rejected ectopic beat would make a run of
+  // them (bigeminy) look like the usual rhythm.
+  bool quiet_between(int64_t p, int64_t q) const {
+    for (int64_t k = p + s_.widths().refractory; k <= q - s_.widths().refractory; ++k)
+      if (s_.feature(k) > s_.threshold(k)) return false;
+    return true;
   }
 
   // True when k lies between two detector beats much farther apart than
@@ -448,7 +464,7 @@ class SecondPass {
   Reference ref_;
   BeatSet set_;
   std::vector<int64_t> normal_;
-  RunningRR sinus_;  // over the detector's beats
+  RunningRR sinus_;  // over the quiet intervals between detector beats
 };
 
 }  // namespace
