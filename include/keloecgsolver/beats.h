@@ -25,11 +25,13 @@ KELO_EXTERN_C_BEGIN
 enum {
   /* A beat of detectWaves: shaped like the average beat. */
   KELO_BEAT_NORMAL = 1,
-  /* Found by the second pass; wider than the average beat and unlike it
-     (correlation below 0.7): typically a ventricular beat. */
+  /* Found by the second pass; wide or unlike the average beat: its QRS
+     is more than 1.25 times as wide as that of the normal beats around it,
+     or it correlates with their median beat below 0.4. Typically a
+     ventricular beat. */
   KELO_BEAT_WIDE = 2,
   /* Found by the second pass; not wide, and early: its RR interval is below
-     0.85 times the running RR of the normal beats before it. */
+     0.85 times the running RR between normal beats. */
   KELO_BEAT_PREMATURE = 3,
   /* Found by the second pass; neither wide nor premature. */
   KELO_BEAT_UNKNOWN = 4

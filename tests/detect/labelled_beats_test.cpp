@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <thread>
 
 #include "detect/detect_support.hpp"
 #include "detect/labelled_beats.hpp"
@@ -167,6 +168,22 @@ TEST(LabelledBeats, RealRecordingsKeepDetectWavesBits) {
     ASSERT_FALSE(ecg.empty());
     expect_contract(ecg, run_beats(ecg));
   }
+}
+
+TEST(LabelledBeats, TwoRunsAtOnceEqualOneAfterTheOther) {
+  const V a = synthetic_ecg(rhythm(12000, 160, 4, 96, 1), 12000, {.noiseMv = 0.03, .seed = 1});
+  const V b = synthetic_ecg(rhythm(12000, 150, 5, 90, 1), 12000, {.noiseMv = 0.03, .seed = 2});
+  const Labelled seqA = run_beats(a), seqB = run_beats(b);
+  Labelled parA, parB;
+  std::thread ta([&] { parA = run_beats(a); });
+  std::thread tb([&] { parB = run_beats(b); });
+  ta.join();
+  tb.join();
+  EXPECT_EQ(parA.positions, seqA.positions);
+  EXPECT_EQ(parA.labels, seqA.labels);
+  EXPECT_EQ(parB.positions, seqB.positions);
+  EXPECT_EQ(parB.labels, seqB.labels);
+  EXPECT_GE(with_label(seqB, KELO_BEAT_WIDE).size(), 10u);
 }
 
 TEST(LabelledBeats, BadInputGivesAClearCodeAndEmptyOutputs) {

@@ -3,7 +3,7 @@
 // converter writes them) and scores every beat against the reference beats,
 // EC57 style (150 ms window, from a start time on), with the sensitivity
 // per reference beat class. Tuning constants can be overridden:
-//   score_beats [--from S] [--normal] [--dump] [--set NAME=VALUE]... REC.f32...
+//   score_beats [--from S] [--normal] [--dump] [--markdown] [--set NAME=VALUE]... REC.f32...
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -127,18 +127,33 @@ void set(kelo::beats::Tuning& t, const std::string& kv) {
   *it->second = v;
 }
 
-void print_row(const Score& s) {
+double percent(long num, long den) { return den == 0 ? std::nan("") : 100.0 * static_cast<double>(num) / static_cast<double>(den); }
+
+void print_row(const Score& s, bool markdown) {
   const auto& c = s.counts;
+  const long extra = s.labelCount[2] + s.labelCount[3] + s.labelCount[4];
+  const long extraTrue = s.labelTrue[2] + s.labelTrue[3] + s.labelTrue[4];
+  if (markdown) {
+    std::printf("| %s | %ld | %ld | %ld | %ld | %.2f | %.2f | %.2f |", s.name.c_str(), static_cast<long>(c.references()),
+                static_cast<long>(c.true_positives), static_cast<long>(c.false_negatives),
+                static_cast<long>(c.false_positives), 100 * c.sensitivity(), 100 * c.positive_predictivity(),
+                100 * c.f1());
+    for (int k = 0; k < 5; ++k) {
+      if (s.classRefs[k] == 0) std::printf(" - |");
+      else std::printf(" %.2f (%ld) |", percent(s.classHits[k], s.classRefs[k]), s.classRefs[k]);
+    }
+    std::printf(" %ld / %ld |\n", extraTrue, extra);
+    return;
+  }
   std::printf("%-8s %6ld %6ld %5ld %5ld %7.2f %7.2f %7.2f", s.name.c_str(), static_cast<long>(c.references()),
               static_cast<long>(c.true_positives), static_cast<long>(c.false_negatives),
               static_cast<long>(c.false_positives), 100 * c.sensitivity(), 100 * c.positive_predictivity(),
               100 * c.f1());
   for (int k = 0; k < 5; ++k) {
     if (s.classRefs[k] == 0) std::printf("  %c      -", kClasses[k]);
-    else std::printf("  %c %6.2f", kClasses[k], 100.0 * static_cast<double>(s.classHits[k]) / static_cast<double>(s.classRefs[k]));
+    else std::printf("  %c %6.2f", kClasses[k], percent(s.classHits[k], s.classRefs[k]));
   }
-  std::printf("  extra %ld/%ld\n", s.labelTrue[2] + s.labelTrue[3] + s.labelTrue[4],
-              s.labelCount[2] + s.labelCount[3] + s.labelCount[4]);
+  std::printf("  extra %ld/%ld\n", extraTrue, extra);
 }
 
 // Writes the centred ECG, the envelope, the threshold and the beats of
@@ -169,7 +184,7 @@ int main(int argc, char** argv) {
   rt_InitInfAndNaN(8U);
   kelo::beats::Tuning t;
   double from = 300.0;
-  bool normalOnly = false, dump = false;
+  bool normalOnly = false, dump = false, markdown = false;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
@@ -177,6 +192,7 @@ int main(int argc, char** argv) {
     else if (a == "--set" && i + 1 < argc) set(t, argv[++i]);
     else if (a == "--normal") normalOnly = true;
     else if (a == "--dump") dump = true;
+    else if (a == "--markdown") markdown = true;
     else if (a == "--curves" && i + 4 < argc) {
       curves(load(argv[i + 1]), t, std::atof(argv[i + 2]), std::atof(argv[i + 3]), argv[i + 4]);
       return 0;
@@ -192,10 +208,15 @@ int main(int argc, char** argv) {
     });
   for (auto& w : workers) w.join();
   Score total;
-  total.name = "total";
-  std::printf("%-8s %6s %6s %5s %5s %7s %7s %7s\n", "record", "ref", "TP", "FN", "FP", "Se", "+P", "F1");
+  total.name = markdown ? "**total**" : "total";
+  if (markdown) {
+    std::printf("| record | reference beats | TP | FN | FP | Se %% | +P %% | F1 %% | Se N %% | Se S %% | Se V %% | Se F %% | Se Q %% | second pass: true / all |\n");
+    std::printf("| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |\n");
+  } else {
+    std::printf("%-8s %6s %6s %5s %5s %7s %7s %7s\n", "record", "ref", "TP", "FN", "FP", "Se", "+P", "F1");
+  }
   for (const Score& s : scores) {
-    print_row(s);
+    print_row(s, markdown);
     std::fputs(s.dump.c_str(), stdout);
     total.counts += s.counts;
     for (int k = 0; k < 5; ++k) {
@@ -206,7 +227,8 @@ int main(int argc, char** argv) {
       for (int l = 0; l < 5; ++l) total.confusion[k][l] += s.confusion[k][l];
     }
   }
-  print_row(total);
+  print_row(total, markdown);
+  if (markdown) return 0;
   std::printf("labels: ");
   const char* names[5] = {"", "normal", "wide", "premature", "unknown"};
   for (int l = 1; l < 5; ++l) std::printf("%s %ld/%ld  ", names[l], total.labelTrue[l], total.labelCount[l]);
