@@ -300,15 +300,15 @@ TEST(FastPaths, BoundsContainThePlainArithmetic) {
       // The smoother's windows hold non-negative values.
       V magnitudes(x.size());
       for (std::size_t j = 0; j < x.size(); ++j) magnitudes[j] = std::fabs(x[j]);
-      double error = kelo::detect::prefix_sums(magnitudes.data(), x.size(), false, prefix.data(), nonFinite.data());
+      double error = kelo::detect::prefix_sums(magnitudes.data(), x.size(), false, prefix.data(), nonFinite.data()).error;
       k.mean_bounds(prefix.data(), len, count, error, lo.data(), hi.data());
       for (std::size_t j = 0; j < count; ++j) {
         if (lo[j] == -2.0) continue;  // no safe bound: the exact value is computed instead
         const double t = kelo::kern::smooth_at(magnitudes, len / 2, j + len / 2) / 2.0;
         ASSERT_TRUE(lo[j] <= t && t <= hi[j]) << lo[j] << " " << t << " " << hi[j];
       }
-      error = kelo::detect::prefix_sums(x.data(), x.size(), false, prefix.data(), nonFinite.data());
-      const double squareError = kelo::detect::prefix_sums(x.data(), x.size(), true, squares.data(), nonFinite.data());
+      error = kelo::detect::prefix_sums(x.data(), x.size(), false, prefix.data(), nonFinite.data()).error;
+      const double squareError = kelo::detect::prefix_sums(x.data(), x.size(), true, squares.data(), nonFinite.data()).error;
       k.spread_bounds(prefix.data(), squares.data(), len, count, error, squareError, lo.data(), hi.data());
       for (std::size_t j = 0; j < count; ++j) {
         if (lo[j] == -2.0) continue;
