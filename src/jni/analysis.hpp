@@ -13,6 +13,44 @@
 
 namespace kelo::jni {
 
+// Status codes of the result's "error" field: the KELO_STATUS_* codes of
+// keloecgsolver/grades.h.
+enum Status : jint {
+  kOk = KELO_STATUS_SUCCESS,
+  kNullRecording = KELO_STATUS_NO_RECORDING,
+  kBadLengthOrRate = KELO_STATUS_BAD_LENGTH_OR_RATE,
+  kNoUsableBeats = KELO_STATUS_NO_USABLE_BEATS,
+  kNoSpectrum = KELO_STATUS_NO_SPECTRUM,
+  kClipped = KELO_STATUS_CLIPPED,
+  kIrregular = KELO_STATUS_IRREGULAR,
+  kBadStartOrScale = KELO_STATUS_BAD_START_OR_SCALE,
+};
+
+// The Java samples, pinned or copied by the JVM, released (without copying
+// back) when the call ends.
+class JavaSamples {
+ public:
+  JavaSamples(JNIEnv* env, jdoubleArray array) : env_(env), array_(array) {
+    elements_ = env_->GetDoubleArrayElements(array_, nullptr);
+    if (elements_ == nullptr) clear_exception(env_);  // out of Java memory
+    length_ = env_->GetArrayLength(array_);
+  }
+  ~JavaSamples() {
+    if (elements_ != nullptr) env_->ReleaseDoubleArrayElements(array_, elements_, JNI_ABORT);
+  }
+  JavaSamples(const JavaSamples&) = delete;
+  JavaSamples& operator=(const JavaSamples&) = delete;
+
+  const jdouble* data() const { return elements_; }
+  jint length() const { return length_; }
+
+ private:
+  JNIEnv* env_;
+  jdoubleArray array_;
+  jdouble* elements_ = nullptr;
+  jint length_ = 0;
+};
+
 struct RunLimits {
   jint minLength;        // accepted recording length, in samples
   jint maxLength;

@@ -97,11 +97,11 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
   std::vector<char> annotations(static_cast<std::size_t>(n));
   std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
   calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
-  const auto len = static_cast<std::size_t>(2 * n);
+  const std::size_t len = 2 * static_cast<std::size_t>(n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
   Periodogram out;
-  const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  const std::size_t lines = 2 * static_cast<std::size_t>(n - 1);
   for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
     out.frequency_hz.push_back(freq[i]);
     out.amplitude.push_back(amp[i]);
