@@ -222,28 +222,31 @@ TEST(FastPaths, KernelsMatchTheirPlainForms) {
       for (bool nonFinite : {false, true}) {
         const std::size_t count = 37 + len;
         const V x = awkward_values(rng, count + len, nonFinite);
-        V std(count), hi(count), lo(count), corr(count), scratch(2 * (count + len));
+        V std(count), hi(count), lo(count), range(count), corr(count), scratch(3 * (count + len));
         k.window_std(x.data(), len, count, std.data());
         k.window_max(x.data(), len, count, hi.data(), scratch.data(), rtNaN);
         k.window_min(x.data(), len, count, lo.data(), scratch.data(), rtNaN);
+        k.window_range(x.data(), len, count, range.data(), scratch.data(), rtNaN);
         const V tmpl(x.begin() + 3, x.begin() + 3 + static_cast<std::ptrdiff_t>(len));
         V centred(len);
         double sum = 0.0;
         for (double v : tmpl) sum += v;
         for (std::size_t j = 0; j < len; ++j) centred[j] = tmpl[j] - sum / static_cast<double>(len);
         if (len >= 2) k.window_corr(x.data(), len, count, centred.data(), kelo::kern::std_dev(tmpl), corr.data());
-        V wantStd(count), wantHi(count), wantLo(count), wantCorr(count);
+        V wantStd(count), wantHi(count), wantLo(count), wantRange(count), wantCorr(count);
         for (std::size_t j = 0; j < count; ++j) {
           const auto w = std::span<const double>(x).subspan(j, len);
           wantStd[j] = kelo::kern::std_dev(w);
           wantHi[j] = kelo::kern::max_value(w);
           wantLo[j] = kelo::kern::min_value(w);
+          wantRange[j] = wantHi[j] - wantLo[j];
           wantCorr[j] = len >= 2 ? kelo::kern::corr(tmpl, w) : 0.0;
         }
         SCOPED_TRACE("window of " + std::to_string(len));
         EXPECT_SAME_BITS(std, wantStd);
         EXPECT_SAME_BITS(hi, wantHi);
         EXPECT_SAME_BITS(lo, wantLo);
+        EXPECT_SAME_BITS(range, wantRange);
         EXPECT_SAME_BITS(corr, wantCorr);
       }
     }
