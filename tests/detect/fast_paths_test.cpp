@@ -146,7 +146,7 @@ TEST(FastPaths, DetectorMatchesItsPlainForm) {
 // user's clone has none and skips this. Sanitizer builds take one record.
 TEST(FastPaths, WholeRecordingsMatchThePlainForm) {
   const std::string folder = std::string(KELO_SOURCE_DIR) + "/../shared/data/mitdb-200hz";
-  std::vector<std::string> records{"100", "101", "103", "105", "106", "119", "200", "203", "208", "228"};
+  std::vector<std::string> records{"100", "119", "203", "208"};
 #ifndef NDEBUG
   records.resize(1);
 #endif
