@@ -7,6 +7,7 @@
 #include "detect/window_quality.hpp"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/kernels.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
@@ -37,14 +38,8 @@ std::vector<double> detected_positions(std::span<const double> samples, int32_t 
   return kern::unique(candidates);
 }
 
-}  // namespace
-
-extern "C" {
-
-KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t fs,
-                          int32_t windowSeconds, emxArray_int32_T* rPeaks, int32_t* quality,
-                          emxArray_int32_T* windowQualities) {
-  if (ecg == nullptr || rPeaks == nullptr || quality == nullptr || windowQualities == nullptr) return;
+void detect_waves(const emxArray_real_T* ecg, double fullScale, int32_t fs, int32_t windowSeconds,
+                  emxArray_int32_T* rPeaks, int32_t* quality, emxArray_int32_T* windowQualities) {
   const auto samples = elements(ecg);
 
   const std::vector<double> positions = detected_positions(samples, fs);
@@ -63,6 +58,22 @@ KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t 
   if (*quality == 1 && detect::irregular_rhythm(peaks)) *quality = 3;
 
   detect::m_checkWindowQuality(ecg, fs, fullScale, rPeaks, windowSeconds, windowQualities);
+}
+
+}  // namespace
+
+extern "C" {
+
+KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t fs,
+                          int32_t windowSeconds, emxArray_int32_T* rPeaks, int32_t* quality,
+                          emxArray_int32_T* windowQualities) {
+  if (ecg == nullptr || rPeaks == nullptr || quality == nullptr || windowQualities == nullptr) return;
+  guarded([&] { detect_waves(ecg, fullScale, fs, windowSeconds, rPeaks, quality, windowQualities); },
+          [&] {
+            empty(rPeaks);
+            *quality = 0;
+            empty(windowQualities);
+          });
 }
 
 }  // extern "C"

@@ -16,11 +16,12 @@ import javax.crypto.SealedObject;
  * length outside the accepted range or {@code fs} not 200; 3 fewer than two R peaks or a heart
  * rate outside 30..220 beats per minute; 4 (HRV only) no spectral line left for the band
  * powers; 5 the excerpt is clipped; 6 the rhythm is irregular; 7 {@code startSecond} negative
- * or not below {@code length / 200 - 5}, or {@code fullScale} not above 0.
+ * or not below {@code length / 200 - 5}, or {@code fullScale} not above 0; 8 the analysis ran out
+ * of memory (native memory, or Java memory for the samples). If memory runs out while the result
+ * itself is being made, one line is printed and {@code null} is returned.
  *
- * <p>Threads: {@link #runQRSDetection} keeps no state and may run on several threads at once.
- * {@link #runHRV} uses static work buffers inside the library: HRV runs must not overlap; the
- * caller serialises them.
+ * <p>Threads: both analysis methods keep no state and may run on several threads at once, with
+ * the results of one run after the other.
  */
 public class NativeKELOecgSolver {
   static {
