@@ -35,7 +35,7 @@ Json nullable(const std::optional<T>& v) {
 }
 
 Json excerpt_json(const Excerpt& e) {
-  Json j;
+  Json j = Json::object();
   j["start_sample_200hz"] = e.start;
   j["samples_200hz"] = e.length;
   j["start_s"] = e.start_s();
@@ -71,11 +71,11 @@ std::string number(double v, int significant) {
 
 Json recording_json(const Prepared& p) {
   const Recording& r = p.recording;
-  Json j;
+  Json j = Json::object();
   j["path"] = r.path;
   j["name"] = r.name;
   j["format"] = r.format;
-  j["lead"] = {{"index", r.lead_index}, {"name", r.lead_name()}};
+  j["lead"] = json_object({{"index", r.lead_index}, {"name", r.lead_name()}});
   j["leads"] = r.lead_names;
   j["sampling_rate_hz"] = r.fs;
   j["samples"] = r.samples.size();
@@ -90,7 +90,7 @@ Json recording_json(const Prepared& p) {
 }
 
 Json settings_json(const AnalysisSettings& s) {
-  Json j;
+  Json j = Json::object();
   j["start_s"] = s.start_s;
   j["duration_s"] = nullable(s.duration_s);
   j["full_scale"] = nullable(s.full_scale);
@@ -99,7 +99,7 @@ Json settings_json(const AnalysisSettings& s) {
 }
 
 Json qrs_json(const Prepared& p, const QrsResult& q) {
-  Json j;
+  Json j = Json::object();
   j["excerpt"] = excerpt_json(q.excerpt);
   j["status"] = q.status;
   j["status_text"] = status_text(q.status);
@@ -111,7 +111,7 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
   j["clipping_tested"] = q.full_scale.has_value();
   j["window_s"] = q.window_s;
   j["window_grades"] = q.window_grades;
-  Json peaks;
+  Json peaks = Json::object();
   peaks["count"] = q.r_peaks.size();
   peaks["sample_200hz"] = q.r_peaks;
   Json original = Json::array(), times = Json::array();
@@ -126,7 +126,7 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
 }
 
 Json hrv_json(const HrvResult& h) {
-  Json j;
+  Json j = Json::object();
   j["excerpt"] = excerpt_json(h.qrs.excerpt);
   j["status"] = h.status;
   j["status_text"] = status_text(h.status);
@@ -134,7 +134,7 @@ Json hrv_json(const HrvResult& h) {
   if (!h.computed) j["not_computed"] = h.not_computed;
   j["heart_rate_bpm"] = nullable(h.qrs.heart_rate);
   j["r_peaks"] = h.qrs.r_peaks.size();
-  Json time, freq, units;
+  Json time = Json::object(), freq = Json::object(), units = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) {
     time[kTimeFields[i]] = h.computed ? nullable(h.time[i]) : Json(nullptr);
     units[kTimeFields[i]] = kTimeUnits[i];
@@ -150,7 +150,7 @@ Json hrv_json(const HrvResult& h) {
 }
 
 Json counts_json(const MatchCounts& c) {
-  Json j;
+  Json j = Json::object();
   j["reference_beats"] = c.references();
   j["detected_beats"] = c.detections();
   j["tp"] = c.true_positives;
@@ -163,7 +163,7 @@ Json counts_json(const MatchCounts& c) {
 }
 
 Json validation_json(const Validation& v) {
-  Json j;
+  Json j = Json::object();
   j["record"] = v.record;
   j["annotations"] = v.annotations;
   j["excerpt"] = excerpt_json(v.excerpt);
@@ -176,7 +176,7 @@ Json validation_json(const Validation& v) {
 
 Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs, const HrvResult* hrv,
               const Validation* validation) {
-  Json j;
+  Json j = Json::object();
   j["program"] = "keloecg";
   j["version"] = KELOECGSOLVER_VERSION_STRING;
   j["recording"] = recording_json(p);
