@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 
 #include "keloecgsolver/keloecgsolver.h"
@@ -22,6 +23,19 @@ struct IntDeleter {
 };
 using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
 using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+
+// The library reports running out of memory through its failure results
+// (a NULL record, a grade or count the routine never gives otherwise); the
+// program turns them back into std::bad_alloc, which main() reports.
+template <class T>
+T* must(T* p) {
+  if (p == nullptr) throw std::bad_alloc();
+  return p;
+}
+
+void must(bool ok) {
+  if (!ok) throw std::bad_alloc();
+}
 
 std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   std::size_t n = a.numDimensions > 0 ? 1 : 0;
@@ -63,12 +77,13 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
 
   const auto length = static_cast<std::int32_t>(excerpt.length);
   std::vector<double> copy(p.samples.begin() + excerpt.start, p.samples.begin() + excerpt.end());
-  RealArray ecg(emxCreateWrapper_real_T(copy.data(), length, 1));
-  IntArray peaks(emxCreate_int32_T(length, 1));
-  IntArray windows(emxCreate_int32_T(1, 1));
+  RealArray ecg(must(emxCreateWrapper_real_T(copy.data(), length, 1)));
+  IntArray peaks(must(emxCreate_int32_T(length, 1)));
+  IntArray windows(must(emxCreate_int32_T(1, 1)));
   std::int32_t grade = 1;
   initialize_library();
   detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
+  must(grade != 0);
   r.excerpt_grade = grade;
 
   const auto found = elements(*peaks);
@@ -92,8 +107,9 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   r.status = kNoUsableBeats;
   const auto count = static_cast<std::int32_t>(positions.size());
   if (count > 1) {
-    IntArray beats(emxCreateWrapper_int32_T(positions.data(), count, 1));
+    IntArray beats(must(emxCreateWrapper_int32_T(positions.data(), count, 1)));
     const double rate = calcHRvar(beats.get(), count, kFs);
+    must(!std::isnan(rate));  // two or more beats give a number or infinity
     if (rate >= kLowestRate && rate <= kHighestRate) {
       r.heart_rate = rate;
       r.status = kSuccess;
@@ -116,8 +132,9 @@ Periodogram periodogram_of(std::span<const double> t, std::span<const double> rr
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
-  Periodogram out;
   const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  must(freq[0] != 0.0);  // the first line lies above 0 Hz: nothing was written
+  Periodogram out;
   for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
     out.frequency_hz.push_back(freq[i]);
     out.amplitude.push_back(amp[i]);
@@ -182,6 +199,7 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
   {
     std::lock_guard guard(lock.mutex);
     calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
+    must(status != KELO_HRV_STATUS_NO_MEMORY);
     if (with_periodogram) r.periodogram = periodogram(peaks);
   }
   return graded(std::move(r), status);
@@ -195,24 +213,26 @@ BeatReview review_beats(const Prepared& p, const QrsResult& q) {
   std::vector<std::int32_t> positions;  // 1-based within the excerpt
   for (auto s : q.r_peaks) positions.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
 
-  RealArray signal(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1));
-  IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
-  IntArray classes(emxCreate_int32_T(1, 1));
+  RealArray signal(must(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1)));
+  IntArray peaks(must(emxCreateWrapper_int32_T(positions.data(), n, 1)));
+  IntArray classes(must(emxCreate_int32_T(1, 1)));
   initialize_library();
   classifyQRSvar(signal.get(), peaks.get(), n, kFs, classes.get());
   const auto all = elements(*classes);  // one entry per sample; the first n belong to the beats
+  must(all.size() == excerpt.size());
   review.classes.assign(all.begin(), all.begin() + std::min<std::ptrdiff_t>(n, static_cast<std::ptrdiff_t>(all.size())));
 
   // The RR check edits its records in place: give it copies, and keep the
   // beats that classification found normal from being marked.
-  IntArray kept(emxCreate_int32_T(n, 1));
-  IntArray marks(emxCreate_int32_T(n, 1));
+  IntArray kept(must(emxCreate_int32_T(n, 1)));
+  IntArray marks(must(emxCreate_int32_T(n, 1)));
   for (std::int32_t k = 0; k < n; ++k) {
     kept->data[k] = positions[static_cast<std::size_t>(k)];
     marks->data[k] = k < static_cast<std::int32_t>(review.classes.size()) ? review.classes[static_cast<std::size_t>(k)] : 1;
   }
   std::int32_t count = n;
   checkRRvar(kept.get(), &count, marks.get());
+  must(count >= 0);
   std::size_t j = 0;
   for (std::size_t k = 0; k < positions.size(); ++k) {
     if (j < static_cast<std::size_t>(count) && kept->data[j] == positions[k]) {

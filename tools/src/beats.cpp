@@ -40,6 +40,8 @@ LabelledBeats detect_labelled(std::span<const double> excerpt, std::int64_t star
       emxCreateWrapper_real_T(copy.data(), static_cast<std::int32_t>(copy.size()), 1));
   const std::unique_ptr<emxArray_int32_T, IntDeleter> positions(emxCreate_int32_T(0, 1));
   const std::unique_ptr<emxArray_int32_T, IntDeleter> labels(emxCreate_int32_T(0, 1));
+  // A NULL record here is an allocation that failed, as is the result code.
+  if (!ecg || !positions || !labels) throw std::bad_alloc();
   if (kelo_detectBeats(ecg.get(), kFs, positions.get(), labels.get()) == KELO_BEATS_NO_MEMORY) throw std::bad_alloc();
   LabelledBeats out;
   for (std::int32_t i = 0; i < positions->size[0]; ++i) {

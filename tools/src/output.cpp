@@ -35,7 +35,7 @@ Json nullable(const std::optional<T>& v) {
 }
 
 Json excerpt_json(const Excerpt& e) {
-  Json j;
+  Json j = Json::object();
   j["start_sample_200hz"] = e.start;
   j["samples_200hz"] = e.length;
   j["start_s"] = e.start_s();
@@ -70,13 +70,13 @@ std::string labels_summary(const std::vector<int>& labels) {
 }  // namespace
 
 Json label_counts_json(const std::vector<int>& labels) {
-  Json j;
+  Json j = Json::object();
   for (int l : {1, 2, 3, 4}) j[label_name(l)] = std::count(labels.begin(), labels.end(), l);
   return j;
 }
 
 Json classes_json(const ClassCounts& c) {
-  Json j;
+  Json j = Json::object();
   for (std::size_t k = 0; k < kBeatClasses.size(); ++k) {
     j[kBeatClasses[k]] = {{"reference_beats", c.references[k]}, {"tp", c.matched[k]},
                           {"sensitivity", nullable(c.sensitivity(k))}};
@@ -94,11 +94,11 @@ std::string number(double v, int significant) {
 
 Json recording_json(const Prepared& p) {
   const Recording& r = p.recording;
-  Json j;
+  Json j = Json::object();
   j["path"] = r.path;
   j["name"] = r.name;
   j["format"] = r.format;
-  j["lead"] = {{"index", r.lead_index}, {"name", r.lead_name()}};
+  j["lead"] = json_object({{"index", r.lead_index}, {"name", r.lead_name()}});
   j["leads"] = r.lead_names;
   j["sampling_rate_hz"] = r.fs;
   j["samples"] = r.samples.size();
@@ -113,7 +113,7 @@ Json recording_json(const Prepared& p) {
 }
 
 Json settings_json(const AnalysisSettings& s) {
-  Json j;
+  Json j = Json::object();
   j["start_s"] = s.start_s;
   j["duration_s"] = nullable(s.duration_s);
   j["full_scale"] = nullable(s.full_scale);
@@ -124,7 +124,7 @@ Json settings_json(const AnalysisSettings& s) {
 }
 
 Json qrs_json(const Prepared& p, const QrsResult& q) {
-  Json j;
+  Json j = Json::object();
   j["excerpt"] = excerpt_json(q.excerpt);
   j["status"] = q.status;
   j["status_text"] = status_text(q.status);
@@ -136,7 +136,7 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
   j["clipping_tested"] = q.full_scale.has_value();
   j["window_s"] = q.window_s;
   j["window_grades"] = q.window_grades;
-  Json peaks;
+  Json peaks = Json::object();
   peaks["count"] = q.r_peaks.size();
   peaks["sample_200hz"] = q.r_peaks;
   Json original = Json::array(), times = Json::array();
@@ -157,7 +157,7 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
 }
 
 Json hrv_json(const HrvResult& h) {
-  Json j;
+  Json j = Json::object();
   j["excerpt"] = excerpt_json(h.qrs.excerpt);
   j["status"] = h.status;
   j["status_text"] = status_text(h.status);
@@ -170,7 +170,7 @@ Json hrv_json(const HrvResult& h) {
     j["intervals"] = *h.intervals;
     j["excluded_intervals"] = *h.excluded_intervals;
   }
-  Json time, freq, units;
+  Json time = Json::object(), freq = Json::object(), units = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) {
     time[kTimeFields[i]] = h.computed ? nullable(h.time[i]) : Json(nullptr);
     units[kTimeFields[i]] = kTimeUnits[i];
@@ -186,7 +186,7 @@ Json hrv_json(const HrvResult& h) {
 }
 
 Json counts_json(const MatchCounts& c) {
-  Json j;
+  Json j = Json::object();
   j["reference_beats"] = c.references();
   j["detected_beats"] = c.detections();
   j["tp"] = c.true_positives;
@@ -199,7 +199,7 @@ Json counts_json(const MatchCounts& c) {
 }
 
 Json validation_json(const Validation& v) {
-  Json j;
+  Json j = Json::object();
   j["record"] = v.record;
   j["annotations"] = v.annotations;
   j["excerpt"] = excerpt_json(v.excerpt);
@@ -214,7 +214,7 @@ Json validation_json(const Validation& v) {
 
 Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs, const HrvResult* hrv,
               const Validation* validation) {
-  Json j;
+  Json j = Json::object();
   j["program"] = "keloecg";
   j["version"] = KELO_VERSION;
   j["recording"] = recording_json(p);
