@@ -28,7 +28,9 @@
    beats per minute); no spectrum (HRV runs only: as
    KELO_HRV_STATUS_NO_SPECTRUM of calcHrv). An excerpt graded clipped or
    irregular turns success, no usable beats and no spectrum into
-   KELO_STATUS_CLIPPED or KELO_STATUS_IRREGULAR. */
+   KELO_STATUS_CLIPPED or KELO_STATUS_IRREGULAR. Out of memory: the
+   analysis could not obtain the memory it needs (natively, or the Java
+   samples from the JVM). */
 #define KELO_STATUS_SUCCESS 0
 #define KELO_STATUS_NO_RECORDING 1
 #define KELO_STATUS_BAD_LENGTH_OR_RATE 2
@@ -37,5 +39,6 @@
 #define KELO_STATUS_CLIPPED 5
 #define KELO_STATUS_IRREGULAR 6
 #define KELO_STATUS_BAD_START_OR_SCALE 7
+#define KELO_STATUS_OUT_OF_MEMORY 8
 
 #endif

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "checks/interval_stats.hpp"
 #include "keloecgsolver/checks.h"
 #include "keloecgsolver/grades.h"
+#include "runtime/boundary.hpp"
 #include "runtime/numeric.hpp"
 #include "runtime/run_rules.hpp"
 
@@ -19,7 +21,7 @@ constexpr std::size_t kShortLength = KELO_CHECK_SHORT_LENGTH;
 constexpr int32_t kUsable = KELO_EXCERPT_USABLE;
 constexpr int32_t kClipped = KELO_EXCERPT_CLIPPED;
 constexpr int32_t kIrregular = KELO_EXCERPT_IRREGULAR;
-constexpr int32_t kNotGraded = KELO_EXCERPT_NOT_GRADED;  // a required array is missing
+constexpr int32_t kNotGraded = KELO_EXCERPT_NOT_GRADED;  // a required array is missing, or memory ran out
 
 // Clipping: a raw sample (not its magnitude) above this fraction of full
 // scale. Irregular rhythm: interval standard deviation above this fraction
@@ -35,17 +37,13 @@ struct QualityBuffers {
   std::span<int32_t, Length> intervals;
 };
 
-// checkQuality keeps its sample and beat copies in static storage (it is
-// therefore not re-entrant); only this accessor knows where they live.
-struct QualityStaticWork {
+// The work copies of checkQuality: each call has its own, on the heap
+// (576 KB is too much for the stack of every thread a caller may use).
+struct QualityWork {
   std::array<double, kLongLength> samples;
   std::array<int32_t, kLongLength> beats;
+  std::array<int32_t, kLongLength> intervals;
 };
-
-QualityStaticWork& quality_static_work() {
-  static QualityStaticWork work;
-  return work;
-}
 
 template <std::size_t Length>
 int32_t grade_excerpt(const QualityBuffers<Length>& buf, const double* ecg, int32_t n,
@@ -78,10 +76,13 @@ extern "C" {
 KELO_API int32_t checkQuality(const double ecg[KELO_CHECK_LENGTH], int32_t n, double fullScale,
                               const int32_t beats[KELO_CHECK_LENGTH], int32_t nBeats) {
   if (ecg == nullptr || beats == nullptr) return kNotGraded;
-  QualityStaticWork& work = quality_static_work();
-  std::array<int32_t, kLongLength> intervals;  // on the call's stack
-  const QualityBuffers<kLongLength> buf{work.samples, work.beats, intervals};
-  return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+  return kelo::guarded(
+      [&] {
+        const auto work = std::make_unique_for_overwrite<QualityWork>();
+        const QualityBuffers<kLongLength> buf{work->samples, work->beats, work->intervals};
+        return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+      },
+      [] { return kNotGraded; });
 }
 
 KELO_API int32_t checkQualityShort(const double ecg[KELO_CHECK_SHORT_LENGTH], int32_t n,

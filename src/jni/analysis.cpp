@@ -84,7 +84,7 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
   }
   if (out.status != KELO_STATUS_SUCCESS || samples.data() == nullptr) {
     // Left at success, the JVM could not give the samples.
-    if (out.status == KELO_STATUS_SUCCESS) out.status = KELO_STATUS_BAD_LENGTH_OR_RATE;
+    if (out.status == KELO_STATUS_SUCCESS) out.status = KELO_STATUS_OUT_OF_MEMORY;
     fill_failed(out, limits, args.fs, windowCount);
     return out;
   }
@@ -127,6 +127,13 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
   out.qualities.assign(static_cast<std::size_t>(windowCount), -1);
   const int32_t graded = std::min(windowCount, d.windows->size[0]);
   for (int32_t k = 0; k < graded; ++k) out.qualities[k] = d.windows->data[k];
+  return out;
+}
+
+RunOutcome out_of_memory(const RunArguments& args, const RunLimits& limits) {
+  RunOutcome out;
+  out.status = kOutOfMemory;
+  fill_failed(out, limits, args.fs, 1);
   return out;
 }
 

@@ -24,6 +24,7 @@ enum Status : jint {
   kClipped = KELO_STATUS_CLIPPED,
   kIrregular = KELO_STATUS_IRREGULAR,
   kBadStartOrScale = KELO_STATUS_BAD_START_OR_SCALE,
+  kOutOfMemory = KELO_STATUS_OUT_OF_MEMORY,  // the analysis ran out of memory (native, or Java for the samples)
 };
 
 // The Java samples, pinned or copied by the JVM, released (without copying
@@ -83,5 +84,9 @@ struct RunArguments {
 
 RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& args,
                    const RunLimits& limits);
+
+// The outcome of a run that ran out of memory: status 8 and the all -1
+// arrays of a failed run.
+RunOutcome out_of_memory(const RunArguments& args, const RunLimits& limits);
 
 }  // namespace kelo::jni

@@ -74,6 +74,7 @@
       result.plots = r.plots.length;
       result.beatMarkers = D.qrs.r_peaks.sample_200hz.length;
       result.unlikeAverage = D.review.classes.filter((c) => c === 0).length;
+      result.addedBeats = r.addedBeats;
       result.rrRemoved = new Set(D.review.rr_removed).size;
       result.markersDrawn = countMarkers(r);
       result.referenceMarkers = D.reference ? D.reference.time_s.length : 0;

@@ -5,12 +5,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <optional>
 #include <set>
 
 #include "errors.hpp"
 #include "file_util.hpp"
 #include "keloecgsolver/version.h"
+#include "memory_reserve.hpp"
 #include "output.hpp"
 #include "parallel.hpp"
 #include "report.hpp"
@@ -22,12 +24,20 @@ namespace fs = std::filesystem;
 namespace {
 
 void emit(const CommonOptions& o, const std::string& text) {
+  check_memory();
   if (!o.output.empty()) {
     write_file_atomically(o.output, text);
   } else {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
   }
+}
+
+// The one-line message of a recording that failed: input errors name their
+// file already.
+std::string failure_message(const std::exception& e, const std::string& file) {
+  if (dynamic_cast<const std::bad_alloc*>(&e) != nullptr) return file + ": out of memory";
+  return e.what();
 }
 
 void warn(const std::string& what) { std::fprintf(stderr, "keloecg: warning: %s\n", what.c_str()); }
@@ -45,6 +55,14 @@ Prepared load(const CommonOptions& o, const std::string& file) {
 }
 
 std::string dump(const Json& j) { return j.dump(2) + "\n"; }
+
+// A JSON document as text, built and destroyed in a ReserveScope (see
+// memory_reserve.hpp), before anything is written.
+template <class Build>
+std::string json_text(Build&& build) {
+  const ReserveScope scope;
+  return dump(build());
+}
 
 std::optional<fs::path> annotations_for(const Prepared& p, const std::string& given) {
   if (!given.empty()) return fs::path(given);
@@ -71,7 +89,7 @@ ValidationRun validation_run(const Prepared& p, const AnalysisSettings& s, const
   std::optional<ReferenceBeats> reference;
   if (ann) reference = load_reference_beats(*ann, p.recording.fs);
   run.qrs = run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s);
-  if (reference) run.validation = validate(p, run.qrs, *reference);
+  if (reference) run.validation = validate(p, run.qrs, *reference, s.score_from_s);
   return run;
 }
 
@@ -127,7 +145,7 @@ int command_qrs(const CommonOptions& o, const std::string& file) {
   const Prepared p = load(o, input_or_bundled(file));
   const QrsResult q = run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Qrs), o.analysis);
   if (o.json) {
-    emit(o, dump(document(p, o.analysis, &q, nullptr, nullptr)));
+    emit(o, json_text([&] { return document(p, o.analysis, &q, nullptr, nullptr); }));
   } else if (o.csv) {
     emit(o, beats_csv(p, q));
   } else {
@@ -141,7 +159,7 @@ int command_hrv(const CommonOptions& o, const std::string& file) {
   HrvLock lock;
   const HrvResult h = run_hrv(run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), lock, false);
   if (o.json) {
-    emit(o, dump(document(p, o.analysis, &h.qrs, &h, nullptr)));
+    emit(o, json_text([&] { return document(p, o.analysis, &h.qrs, &h, nullptr); }));
   } else if (o.csv) {
     emit(o, csv_line(summary_header()) + csv_line(summary_row(p.recording.path, &p, &h.qrs, &h, nullptr, "")));
   } else {
@@ -166,7 +184,12 @@ int command_report(const CommonOptions& o, const std::string& file, const std::s
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
 
-  const std::string html = render_report(p, o.analysis, h, review_beats(p, h.qrs), v ? &*v : nullptr);
+  const BeatReview review = review_beats(p, h.qrs);
+  const std::string html = [&] {
+    const ReserveScope scope;  // the report's data is JSON
+    return render_report(p, o.analysis, h, review, v ? &*v : nullptr);
+  }();
+  check_memory();
   const fs::path out = o.output.empty() ? fs::path("report.html") : fs::path(o.output);
   write_file_atomically(out, html);
   std::error_code ec;
@@ -192,7 +215,7 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
       const Prepared p = load(o, files[i]);
       results[i] = validation_run(p, o.analysis, annotations.empty() ? "" : annotations[i], true).validation;
     } catch (const std::exception& e) {
-      errors[i] = e.what();
+      errors[i] = failure_message(e, files[i]);
     }
     progress.done(fs::path(files[i]).filename().string(), errors[i].empty());
   });
@@ -204,19 +227,25 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
   const bool failed = std::any_of(errors.begin(), errors.end(), [](const auto& e) { return !e.empty(); });
   if (files.size() == 1 && failed) throw InputError("", errors.front());
   if (o.json) {
-    Json j;
-    j["program"] = "keloecg";
-    j["version"] = KELOECGSOLVER_VERSION_STRING;
-    j["match_window_ms"] = kMatchWindowSeconds * 1e3;
-    j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
-    j["records"] = Json::array();
-    MatchCounts total;
-    for (const auto& v : rows) {
-      j["records"].push_back(validation_json(v));
-      total += v.match.counts;
-    }
-    j["total"] = counts_json(total);
-    emit(o, dump(j));
+    emit(o, json_text([&] {
+      Json j = Json::object();
+      j["program"] = "keloecg";
+      j["version"] = KELOECGSOLVER_VERSION_STRING;
+      j["match_window_ms"] = kMatchWindowSeconds * 1e3;
+      j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
+      if (o.analysis.score_from_s > 0.0) j["score_from_s"] = o.analysis.score_from_s;
+      j["records"] = Json::array();
+      MatchCounts total;
+      ClassCounts classes;
+      for (const auto& v : rows) {
+        j["records"].push_back(validation_json(v));
+        total += v.match.counts;
+        classes += v.classes;
+      }
+      j["total"] = counts_json(total);
+      j["total"]["classes"] = classes_json(classes);
+      return j;
+    }));
   } else if (o.csv) {
     emit(o, validation_csv(rows));
   } else {
@@ -276,6 +305,7 @@ std::vector<std::string> output_names(const std::vector<fs::path>& files) {
 BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::path& json_path, HrvLock& lock) {
   BatchOutcome out;
   const std::string shown = display(file);
+  keep_memory_reserve();
   try {
     const Prepared p = load(o, shown);
     auto run = validation_run(p, o.analysis, "", false);
@@ -289,11 +319,11 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
       hrv = hrv_not_computed(run.qrs, why);
     }
     const Validation* v = run.validation ? &*run.validation : nullptr;
-    write_file_atomically(json_path, dump(document(p, o.analysis, &run.qrs, &*hrv, v)));
+    write_file_atomically(json_path, json_text([&] { return document(p, o.analysis, &run.qrs, &*hrv, v); }));
     out.summary = summary_row(shown, &p, &run.qrs, &*hrv, v, "");
     out.validation = std::move(run.validation);
   } catch (const std::exception& e) {
-    out.error = e.what();
+    out.error = failure_message(e, shown);
     out.summary = summary_row(shown, nullptr, nullptr, nullptr, nullptr, out.error);
   }
   return out;

@@ -1,21 +1,36 @@
 // Results as JSON, CSV and text for people.
 #pragma once
 
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis.hpp"
 
 namespace keloecg {
 
+// Objects are made with Json::object() before keys are added, never from
+// a braced list of pairs: when memory runs out, nlohmann/json 3.11 leaves a
+// null value that a new key turns into an object broken (it crashes
+// destroying it), and a braced list leaks the object it was building.
 using Json = nlohmann::ordered_json;
+
+// An object from (key, value) pairs, built key by key.
+inline Json json_object(std::initializer_list<std::pair<const char*, Json>> members) {
+  Json j = Json::object();
+  for (const auto& [key, value] : members) j[key] = value;
+  return j;
+}
 
 Json recording_json(const Prepared& p);
 Json settings_json(const AnalysisSettings& s);
 Json qrs_json(const Prepared& p, const QrsResult& q);
 Json hrv_json(const HrvResult& h);  // the HRV part only (the R peaks are in qrs_json)
 Json counts_json(const MatchCounts& c);
+Json classes_json(const ClassCounts& c);
+Json label_counts_json(const std::vector<int>& labels);  // beats per label name
 Json validation_json(const Validation& v);
 
 // The document of one recording as `keloecg qrs|hrv --json` prints it and

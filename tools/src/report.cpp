@@ -92,7 +92,7 @@ std::string now_text() {
 std::string render_report(const Prepared& p, const AnalysisSettings& s, const HrvResult& hrv,
                           const BeatReview& review, const Validation* validation) {
   const QrsResult& q = hrv.qrs;
-  Json data;
+  Json data = Json::object();
   const std::string lead = p.recording.lead_name().empty() ? "" : ", lead " + p.recording.lead_name();
   data["title"] = "ECG report: " + p.recording.name + lead;
   data["generated"] = now_text();
@@ -101,16 +101,17 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   data["settings"] = settings_json(s);
   data["qrs"] = qrs_json(p, q);
   data["hrv"] = hrv_json(hrv);
-  data["review"] = {{"classes", review.classes}, {"rr_removed", review.rr_removed}};
+  data["review"] = json_object({{"classes", review.classes}, {"rr_removed", review.rr_removed}});
 
   // The excerpt at 200 Hz as float32: exact for display, a third of the
   // size of decimal text.
   std::vector<float> samples(p.samples.begin() + q.excerpt.start, p.samples.begin() + q.excerpt.end());
-  data["ecg"] = {{"fs", kAnalysisRate},
-                 {"start_sample", q.excerpt.start},
-                 {"f32", base64(samples.data(), samples.size() * sizeof(float))}};
+  data["ecg"] = json_object({{"fs", kAnalysisRate},
+                             {"start_sample", q.excerpt.start},
+                             {"f32", base64(samples.data(), samples.size() * sizeof(float))}});
   if (hrv.spectrum) {
-    data["periodogram"] = {{"frequency_hz", hrv.periodogram.frequency_hz}, {"amplitude", hrv.periodogram.amplitude}};
+    data["periodogram"] =
+        json_object({{"frequency_hz", hrv.periodogram.frequency_hz}, {"amplitude", hrv.periodogram.amplitude}});
   } else {
     data["periodogram"] = nullptr;
   }
@@ -118,9 +119,9 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
     data["validation"] = validation_json(*validation);
     Json matched = Json::array();
     for (auto m : validation->match.reference_match) matched.push_back(m >= 0);
-    data["reference"] = {{"time_s", validation->reference_s},
-                         {"symbols", validation->reference_symbols},
-                         {"matched", std::move(matched)}};
+    data["reference"] = json_object({{"time_s", validation->reference_s},
+                                     {"symbols", validation->reference_symbols},
+                                     {"matched", std::move(matched)}});
     Json detected = Json::array();
     for (auto m : validation->match.detection_match) detected.push_back(m >= 0);
     data["detection_matched"] = std::move(detected);
