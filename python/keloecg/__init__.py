@@ -30,7 +30,7 @@ from . import _keloecg
 from ._keloecg import InputError
 
 __all__ = [
-    "ANALYSIS_RATE", "Annotations", "DetectResult", "HrvResult", "InputError", "RRCheck", "Recording",
+    "ANALYSIS_RATE", "LABELS", "Annotations", "DetectResult", "HrvResult", "InputError", "RRCheck", "Recording",
     "Refinement", "Validation", "check_quality", "check_rr", "classify", "detect", "hrv", "read",
     "read_annotations", "refine", "validate",
 ]
@@ -158,6 +158,8 @@ class DetectResult:
 
     r_peaks: np.ndarray        #: 0-based sample numbers at ``fs`` (positions in the array given)
     r_peaks_200hz: np.ndarray  #: the same at the analysis rate, 200 Hz
+    labels: np.ndarray         #: per R peak: 1 normal, 2 wide, 3 premature, 4 unknown
+    beats: str                 #: "all" (every beat, labelled) or "normal" (the normal-shaped beats alone)
     fs: float
     samples_200hz: int         #: length of the analysed recording at 200 Hz
     window: int                #: quality-window length, s
@@ -183,7 +185,8 @@ class DetectResult:
     def to_frame(self):
         """One row per R peak."""
         return _pandas().DataFrame({"sample": self.r_peaks, "time_s": self.r_peaks_200hz / ANALYSIS_RATE,
-                                    "sample_200hz": self.r_peaks_200hz})
+                                    "sample_200hz": self.r_peaks_200hz, "label": self.labels,
+                                    "label_text": [LABELS[int(k)] for k in self.labels]})
 
     def windows_frame(self):
         """One row per quality window."""
@@ -195,7 +198,12 @@ class DetectResult:
             "grade": grades, "grade_text": [_keloecg.window_grade_text(int(g)) for g in grades]})
 
 
-def detect(ecg, fs: float = ANALYSIS_RATE, full_scale: Optional[float] = None, window: int = 10) -> DetectResult:
+#: Names of the beat labels.
+LABELS = {1: "normal", 2: "wide", 3: "premature", 4: "unknown"}
+
+
+def detect(ecg, fs: float = ANALYSIS_RATE, full_scale: Optional[float] = None, window: int = 10,
+           beats: str = "all") -> DetectResult:
     """R peaks (0-based), excerpt and window grades, heart rate and status of an ECG.
 
     ecg: a one-dimensional array of samples (mV), or a :class:`Recording`
@@ -205,12 +213,16 @@ def detect(ecg, fs: float = ANALYSIS_RATE, full_scale: Optional[float] = None, w
     R peaks are given at both rates. full_scale: largest amplitude the
     acquisition can represent (a sample beyond 0.97 times it is clipped);
     None leaves clipping untested. window: quality-window length in seconds.
+    beats: "all" (default, as keloecg): every beat with its label, the
+    normal ones being exactly those of "normal", the normal-shaped beats
+    the library's detector gives; the heart rate counts every beat, the
+    grades are those of the detector.
     """
     if isinstance(ecg, Recording):
         if full_scale is None:
             full_scale = ecg.full_scale
         ecg, fs = ecg.samples, ecg.fs
-    d = _keloecg.detect(ecg, float(fs), None if full_scale is None else float(full_scale), window)
+    d = _keloecg.detect(ecg, float(fs), None if full_scale is None else float(full_scale), window, beats)
     return DetectResult(fs=float(fs), window=window, **d)
 
 
@@ -230,6 +242,8 @@ class HrvResult:
     heart_rate: Optional[float]
     rejected_heart_rate: Optional[float]
     r_peaks: int         #: beats in the series
+    intervals: Optional[int]           #: labelled beats: RR intervals of the series
+    excluded_intervals: Optional[int]  #: labelled beats: intervals left out (a beat at either end not normal)
     nn_rr: float
     avnn: float
     sdnn: float
@@ -266,7 +280,7 @@ def _series(r_peaks, fs):
     return r_peaks, fs
 
 
-def hrv(r_peaks, fs: int = ANALYSIS_RATE) -> HrvResult:
+def hrv(r_peaks, fs: int = ANALYSIS_RATE, labels=None) -> HrvResult:
     """Every time- and frequency-domain HRV figure of a beat series, with the status.
 
     r_peaks: ascending 0-based sample numbers at ``fs``, or a
@@ -275,11 +289,17 @@ def hrv(r_peaks, fs: int = ANALYSIS_RATE) -> HrvResult:
     and keloecg do. The figures are computed, as keloecg computes them, when
     the heart rate lies in 30..220 bpm; they cover the whole series given
     (keloecg hrv takes at most the first 10 minutes of a recording).
+    labels: one per R peak (1 normal), R peaks at 200 Hz: the figures
+    cover the NN intervals alone, between two normal beats, as keloecg's
+    runs over every beat compute them; a DetectResult of every beat gives
+    its labels.
     """
     grade = 1
     if isinstance(r_peaks, DetectResult):
+        if r_peaks.beats == "all":
+            labels = r_peaks.labels
         grade, fs, r_peaks = r_peaks.excerpt_grade, ANALYSIS_RATE, r_peaks.r_peaks_200hz
-    d = _keloecg.hrv(r_peaks, float(fs), grade)
+    d = _keloecg.hrv(r_peaks, float(fs), grade, labels)
     time, freq = d.pop("time"), d.pop("freq")
     values = dict(zip(TIME_FIELDS, time if d["computed"] else [math.nan] * len(time)))
     values.update(zip(FREQ_FIELDS, freq if d["spectrum"] else [math.nan] * len(freq)))

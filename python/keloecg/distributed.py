@@ -44,7 +44,7 @@ def _analyse_one(file: str, json_path: str, settings: dict):
     return _keloecg.analyse_for_batch(file, json_path, settings)
 
 
-def _settings(lead, format, fs, start, duration, full_scale, window) -> dict:
+def _settings(lead, format, fs, start, duration, full_scale, window, beats) -> dict:
     """The options of keloecg batch, checked as the program checks them."""
     def positive(name, v):
         if v is not None and not (isinstance(v, (int, float)) and math.isfinite(v) and v > 0):
@@ -55,9 +55,11 @@ def _settings(lead, format, fs, start, duration, full_scale, window) -> dict:
         raise _input_error("start must be 0 or more seconds")
     if not (isinstance(window, int) and 1 <= window <= 86400):
         raise _input_error("window must be 1 to 86400 seconds")
+    if beats not in ("all", "normal"):
+        raise _input_error(f'beats must be "all" or "normal", not "{beats}"')
     return {"lead": None if lead is None else str(lead), "format": format, "fs": positive("fs", fs),
             "start": float(start), "duration": positive("duration", duration),
-            "full_scale": positive("full_scale", full_scale), "window": window}
+            "full_scale": positive("full_scale", full_scale), "window": window, "beats": beats}
 
 
 def _local_client(n_workers: Optional[int]):
@@ -97,7 +99,8 @@ def _outcomes(client, files, json_paths, settings):
 def analyse(inputs: Union[PathLike, Iterable[PathLike]], out_dir: PathLike, client=None, *,
             recursive: bool = False, lead: Union[int, str, None] = None, format: str = "auto",
             fs: Optional[float] = None, start: float = 0.0, duration: Optional[float] = None,
-            full_scale: Optional[float] = None, window: int = 10, n_workers: Optional[int] = None):
+            full_scale: Optional[float] = None, window: int = 10, beats: str = "all",
+            n_workers: Optional[int] = None):
     """Analyses recordings on a Dask cluster; returns the summary as a pandas DataFrame.
 
     inputs: a recording or a folder, or several (a folder gives the
@@ -107,13 +110,13 @@ def analyse(inputs: Union[PathLike, Iterable[PathLike]], out_dir: PathLike, clie
     client: a ``distributed.Client``; default: a LocalCluster of
     ``n_workers`` processes (one per core) for this call only. The other
     options are those of keloecg batch (--lead, --format, --fs, --start,
-    --duration, --full-scale, --window). Raises InputError when the inputs
+    --duration, --full-scale, --window, --beats). Raises InputError when the inputs
     cannot be listed or the output folder cannot be made; a recording that
     fails is a row with its ``error``.
     """
     import pandas
 
-    settings = _settings(lead, format, fs, start, duration, full_scale, window)
+    settings = _settings(lead, format, fs, start, duration, full_scale, window, beats)
     if isinstance(inputs, (str, os.PathLike)):
         inputs = [inputs]
     files = _keloecg.batch_inputs([os.fspath(p) for p in inputs], recursive)

@@ -22,19 +22,6 @@ namespace rules = kelo::rules;
 
 constexpr std::int32_t kFs = rules::kAnalysisRate;
 
-std::span<const std::int32_t> record_elements(const emxArray_int32_T& a) {
-  std::size_t n = a.numDimensions > 0 ? 1 : 0;
-  for (int d = 0; d < a.numDimensions; ++d) n *= static_cast<std::size_t>(std::max(a.size[d], 0));
-  return {a.data, n};
-}
-
-// A read-only column record over the caller's samples (detectWaves only
-// reads its signal), so that they are not copied.
-rules::RealRecord wrap(std::span<const double> x) {
-  return rules::RealRecord(
-      emxCreateWrapper_real_T(const_cast<double*>(x.data()), static_cast<std::int32_t>(x.size()), 1));
-}
-
 // Samples that are not numbers are refused as keloecg's readers refuse
 // them: the detector would find no beat in a recording holding one.
 void require_finite(std::span<const double> x, double fs) {
@@ -46,18 +33,8 @@ void require_finite(std::span<const double> x, double fs) {
   }
 }
 
-struct Detection {
-  std::vector<std::int64_t> peaks;  // 0-based, 200 Hz
-  std::vector<std::int32_t> windows;
-  std::int32_t grade = KELO_EXCERPT_USABLE;
-  std::int32_t status = KELO_STATUS_NO_USABLE_BEATS;
-  std::optional<double> heart_rate, rejected_rate;
-};
-
-// One detectWaves run over samples at 200 Hz, and the heart rate and
-// status of its R peaks (the bridge's QRS run, keloecg qrs).
-Detection detect_at_analysis_rate(std::span<const double> x, double full_scale, std::int32_t window_s) {
-  const auto n = static_cast<std::int64_t>(x.size());
+// The checks of keloecg's QRS run on what the detector is given.
+void require_detectable(std::int64_t n) {
   if (n < rules::kQrsMinSamples) {
     throw InputError("", "recording too short: " + clock_text(static_cast<double>(n) / kFs) +
                              ", R-peak detection needs at least 15 s");
@@ -65,51 +42,34 @@ Detection detect_at_analysis_rate(std::span<const double> x, double full_scale, 
   if (n > std::numeric_limits<std::int32_t>::max()) {
     throw InputError("", "recording too long for one analysis; analyse it in parts");
   }
-  Detection d;
-  const rules::RealRecord ecg = wrap(x);
-  const rules::Int32Record peaks(emxCreate_int32_T(0, 1));
-  const rules::Int32Record windows(emxCreate_int32_T(1, 1));
-  detectWaves(ecg.get(), full_scale, kFs, window_s, peaks.get(), &d.grade, windows.get());
-  const auto found = record_elements(*peaks);
-  d.peaks.assign(found.begin(), found.end());
-  for (auto& p : d.peaks) --p;  // 1-based positions become 0-based sample numbers
-  const auto grades = record_elements(*windows);
-  d.windows.assign(grades.begin(), grades.end());
-  const auto count = static_cast<std::int32_t>(found.size());
-  if (count > 1) {
-    const double rate = calcHRvar(peaks.get(), count, kFs);
-    if (rules::heart_rate_accepted(rate)) {
-      d.heart_rate = rate;
-      d.status = KELO_STATUS_SUCCESS;
-    } else {
-      d.rejected_rate = rate;
-    }
-  }
-  d.status = rules::status_after_grade(d.status, d.grade);
-  return d;
 }
 
 py::object optional_number(const std::optional<double>& v) { return v ? py::object(py::float_(*v)) : py::none(); }
 
-py::dict detect(const DoubleArray& ecg, double fs, std::optional<double> full_scale, int window) {
+py::dict detect(const DoubleArray& ecg, double fs, std::optional<double> full_scale, int window,
+              const std::string& beats) {
   const auto x = elements(ecg, "ecg");
   if (!(fs > 0.0) || !std::isfinite(fs)) throw InputError("", "fs must be a sampling rate above 0 Hz");
   if (full_scale && !(*full_scale > 0.0 && std::isfinite(*full_scale))) {
     throw InputError("", "full_scale must be above 0 (or None: clipping not tested)");
   }
   if (window < 1 || window > 86400) throw InputError("", "window must be 1 to 86400 seconds");
-  // Without a full scale the clipping test is switched off: nothing exceeds
-  // 0.97 times infinity.
-  const double scale = full_scale.value_or(std::numeric_limits<double>::infinity());
+  AnalysisSettings settings;
+  settings.window_s = window;
+  const auto mode = parse_beats_mode(beats);
+  if (!mode) throw InputError("", "beats must be \"all\" or \"normal\", not \"" + beats + "\"");
+  settings.beats = *mode;
 
-  Detection d;
+  QrsResult d;
   std::vector<std::int64_t> at_fs;
   std::int64_t analysed = 0;
   {
     py::gil_scoped_release unlocked;
     require_finite(x, fs);
     if (fs == kFs) {
-      d = detect_at_analysis_rate(x, scale, window);
+      // The caller's samples, analysed in place.
+      require_detectable(static_cast<std::int64_t>(x.size()));
+      d = qrs_over(x, 0, full_scale, settings);
       analysed = static_cast<std::int64_t>(x.size());
     } else {
       // keloecg's resampling to 200 Hz; positions go back to the caller's
@@ -118,19 +78,26 @@ py::dict detect(const DoubleArray& ecg, double fs, std::optional<double> full_sc
       r.fs = fs;
       r.samples.assign(x.begin(), x.end());
       const Prepared p = prepare(std::move(r));
-      d = detect_at_analysis_rate(p.samples, scale, window);
+      require_detectable(static_cast<std::int64_t>(p.samples.size()));
+      d = qrs_over(p.samples, 0, full_scale, settings);
       analysed = static_cast<std::int64_t>(p.samples.size());
-      at_fs.reserve(d.peaks.size());
-      for (auto s : d.peaks) at_fs.push_back(p.map.to_original(s));
+      at_fs.reserve(d.r_peaks.size());
+      for (auto s : d.r_peaks) at_fs.push_back(p.map.to_original(s));
     }
   }
   py::dict out;
-  auto peaks = to_numpy(std::move(d.peaks));
+  auto peaks = to_numpy(std::move(d.r_peaks));
   out["r_peaks_200hz"] = peaks;
   out["r_peaks"] = fs == kFs ? py::object(peaks) : py::object(to_numpy(std::move(at_fs)));
+  // One label per R peak (1 normal, 2 wide, 3 premature, 4 unknown); with
+  // the normal-shaped beats alone, every one is normal.
+  if (d.beats == BeatsMode::Normal) d.labels.assign(static_cast<std::size_t>(py::len(peaks)), kNormalBeat);
+  std::vector<std::int32_t> labels(d.labels.begin(), d.labels.end());
+  out["labels"] = to_numpy(std::move(labels));
+  out["beats"] = beats_mode_name(d.beats);
   out["samples_200hz"] = analysed;
-  out["window_grades"] = to_numpy(std::move(d.windows));
-  out["excerpt_grade"] = d.grade;
+  out["window_grades"] = to_numpy(std::vector<std::int32_t>(d.window_grades.begin(), d.window_grades.end()));
+  out["excerpt_grade"] = d.excerpt_grade;
   out["status"] = d.status;
   out["heart_rate"] = optional_number(d.heart_rate);
   out["rejected_heart_rate"] = optional_number(d.rejected_rate);
@@ -138,11 +105,25 @@ py::dict detect(const DoubleArray& ecg, double fs, std::optional<double> full_sc
   return out;
 }
 
-py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade) {
+// labels: none, or one per R peak (1 normal): then the statistics cover
+// the NN intervals alone, as keloecg's runs over every beat compute them.
+py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade,
+             const std::optional<py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>>& labels) {
   const std::int32_t fs = whole_rate(sampling_rate);
   const auto samples = elements(r_peaks, "r_peaks");
   std::vector<std::int32_t> positions = library_positions(samples, "r_peaks", true);
   const auto count = static_cast<std::int32_t>(positions.size());
+  std::vector<int> beat_labels;
+  if (labels) {
+    const auto given = elements(*labels, "labels");
+    if (given.size() != samples.size()) {
+      throw InputError("", "labels must hold one label per R peak: " + std::to_string(given.size()) + " for " +
+                               std::to_string(samples.size()));
+    }
+    if (fs != kFs) throw InputError("", "HRV over labelled beats needs R peaks at 200 Hz");
+    beat_labels.assign(given.begin(), given.end());
+  }
+  std::optional<NnSeries> series;
 
   std::optional<double> rate, rejected;
   std::string not_computed;
@@ -156,7 +137,14 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade)
       const double r = calcHRvar(beats.get(), count, fs);
       (rules::heart_rate_accepted(r) ? rate : rejected) = r;
     }
-    if (rate) {
+    if (rate && labels) {
+      series = nn_series(samples, beat_labels);
+      std::lock_guard guard(static_routines_lock().mutex);
+      const NnHrv h = hrv_over_nn(*series);
+      time = h.time;
+      freq = h.freq;
+      status = h.status;
+    } else if (rate) {
       std::lock_guard guard(static_routines_lock().mutex);
       calcHrv(positions.data(), count - 1, fs, time.data(), freq.data(), &status);
     } else {
@@ -171,6 +159,8 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade)
   out["heart_rate"] = optional_number(rate);
   out["rejected_heart_rate"] = optional_number(rejected);
   out["r_peaks"] = count;
+  out["intervals"] = series ? py::object(py::int_(series->intervals)) : py::object(py::none());
+  out["excluded_intervals"] = series ? py::object(py::int_(series->excluded)) : py::object(py::none());
   out["time"] = time;
   out["freq"] = freq;
   return out;
@@ -187,8 +177,8 @@ py::tuple names(const std::array<const char*, N>& a) {
 
 void register_analysis(py::module_& m) {
   using namespace pybind11::literals;
-  m.def("detect", &detect, "ecg"_a, "fs"_a, "full_scale"_a, "window"_a);
-  m.def("hrv", &hrv, "r_peaks"_a, "fs"_a, "excerpt_grade"_a);
+  m.def("detect", &detect, "ecg"_a, "fs"_a, "full_scale"_a, "window"_a, "beats"_a);
+  m.def("hrv", &hrv, "r_peaks"_a, "fs"_a, "excerpt_grade"_a, "labels"_a = py::none());
   m.def("status_text", &status_text);
   m.def("excerpt_grade_text", &excerpt_grade_text);
   m.def("window_grade_text", &window_grade_text);

@@ -134,6 +134,12 @@ CommonOptions batch_options(const py::dict& settings) {
   if (!get("duration").is_none()) o.analysis.duration_s = get("duration").cast<double>();
   if (!get("full_scale").is_none()) o.analysis.full_scale = get("full_scale").cast<double>();
   if (!get("window").is_none()) o.analysis.window_s = get("window").cast<int>();
+  if (!get("beats").is_none()) {
+    const auto text = get("beats").cast<std::string>();
+    const auto mode = parse_beats_mode(text);
+    if (!mode) throw InputError("", "beats must be \"all\" or \"normal\", not \"" + text + "\"");
+    o.analysis.beats = *mode;
+  }
   return o;
 }
 

@@ -78,6 +78,8 @@ def test_bad_inputs_and_options_raise(tmp_path):
         analyse(empty, tmp_path / "out")
     with pytest.raises(InputError, match="window must be 1 to 86400 seconds"):
         analyse(INPUTS, tmp_path / "out", window=0)
+    with pytest.raises(InputError, match='beats must be "all" or "normal", not "some"'):
+        analyse(INPUTS, tmp_path / "out", beats="some")
     (tmp_path / "file").write_text("")
     with pytest.raises(InputError, match="cannot create the output folder"):
         analyse(INPUTS, tmp_path / "file" / "out")

@@ -20,12 +20,18 @@ def same_number(a, b):
     return a == b
 
 
+BEATS = ["all", "normal"]
+
+
+@pytest.mark.parametrize("beats", BEATS)
 @pytest.mark.parametrize("path", RECORDINGS, ids=lambda p: p.name)
-def test_detect_equals_keloecg_qrs(path):
+def test_detect_equals_keloecg_qrs(path, beats):
     rec = keloecg.read(path, fs=200)
-    qrs = keloecg.detect(rec)
-    expected = keloecg_json("qrs", path, "--fs", 200)["qrs"]
+    qrs = keloecg.detect(rec, beats=beats)
+    expected = keloecg_json("qrs", path, "--fs", 200, "--beats", beats)["qrs"]
     assert qrs.r_peaks_200hz.tolist() == expected["r_peaks"]["sample_200hz"]
+    labels = expected["r_peaks"].get("label", ["normal"] * len(qrs.labels))
+    assert [keloecg.LABELS[k] for k in qrs.labels.tolist()] == labels
     assert same_number(qrs.heart_rate, expected["heart_rate_bpm"])
     assert (qrs.status, qrs.excerpt_grade) == (expected["status"], expected["excerpt_grade"])
     assert qrs.window_grades.tolist() == expected["window_grades"]
@@ -37,14 +43,20 @@ def test_detect_equals_keloecg_qrs(path):
 def test_detect_equals_the_frozen_detectwaves_output(path):
     ecg = np.fromfile(path, dtype="<f4").astype(np.float64)
     golden = np.loadtxt(path.with_suffix(".rpeaks.txt"), dtype=np.int64)
-    assert (keloecg.detect(ecg).r_peaks + 1).tolist() == golden.tolist()
+    normal = keloecg.detect(ecg, beats="normal")
+    assert (normal.r_peaks + 1).tolist() == golden.tolist()
+    # Every beat: the normal ones are exactly those.
+    every = keloecg.detect(ecg)
+    assert (every.r_peaks[every.labels == 1] + 1).tolist() == golden.tolist()
 
 
+@pytest.mark.parametrize("beats", BEATS)
 @pytest.mark.parametrize("path", RECORDINGS, ids=lambda p: p.name)
-def test_hrv_equals_keloecg_hrv(path):
-    h = keloecg.hrv(keloecg.detect(keloecg.read(path, fs=200)))
-    expected = keloecg_json("hrv", path, "--fs", 200)["hrv"]
+def test_hrv_equals_keloecg_hrv(path, beats):
+    h = keloecg.hrv(keloecg.detect(keloecg.read(path, fs=200), beats=beats))
+    expected = keloecg_json("hrv", path, "--fs", 200, "--beats", beats)["hrv"]
     assert (h.status, h.computed, h.r_peaks) == (expected["status"], expected["computed"], expected["r_peaks"])
+    assert (h.intervals, h.excluded_intervals) == (expected.get("intervals"), expected.get("excluded_intervals"))
     figures = {**expected["time_domain"], **expected["frequency_domain"]}
     assert list(figures) == list(h.figures())
     for name, value in figures.items():

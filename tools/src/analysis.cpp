@@ -60,17 +60,26 @@ void initialize_library() {
 }  // namespace
 
 QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
-  QrsResult r;
+  const std::span<const double> samples(p.samples.data() + excerpt.start, static_cast<std::size_t>(excerpt.length));
+  QrsResult r = qrs_over(samples, excerpt.start, settings.full_scale ? settings.full_scale : p.recording.full_scale,
+                         settings);
   r.excerpt = excerpt;
+  return r;
+}
+
+QrsResult qrs_over(std::span<const double> samples, std::int64_t start, std::optional<double> full_scale_used,
+                   const AnalysisSettings& settings) {
+  QrsResult r;
+  r.excerpt = Excerpt{start, static_cast<std::int64_t>(samples.size())};
   r.window_s = settings.window_s;
-  r.full_scale = settings.full_scale ? settings.full_scale : p.recording.full_scale;
+  r.full_scale = full_scale_used;
   // Without a known full scale the clipping test is switched off: nothing
   // exceeds 0.97 times infinity.
   const double full_scale = r.full_scale.value_or(std::numeric_limits<double>::infinity());
 
-  const auto length = static_cast<std::int32_t>(excerpt.length);
-  std::vector<double> copy(p.samples.begin() + excerpt.start, p.samples.begin() + excerpt.end());
-  RealArray ecg(must(emxCreateWrapper_real_T(copy.data(), length, 1)));
+  const auto length = static_cast<std::int32_t>(samples.size());
+  // detectWaves only reads the samples it is given.
+  RealArray ecg(must(emxCreateWrapper_real_T(const_cast<double*>(samples.data()), length, 1)));
   IntArray peaks(must(emxCreate_int32_T(length, 1)));
   IntArray windows(must(emxCreate_int32_T(1, 1)));
   std::int32_t grade = KELO_EXCERPT_USABLE;
@@ -83,19 +92,19 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   r.r_peaks.reserve(found.size());
   // 1-based positions in the excerpt become 0-based sample numbers of the
   // whole recording.
-  for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + excerpt.start);
+  for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + start);
   const auto grades = elements(*windows);
   r.window_grades.assign(grades.begin(), grades.end());
   // Every beat: the same normal ones, the others added with their labels.
   // The grades stay those of detectWaves; the heart rate counts every beat.
   if (settings.beats == BeatsMode::All) {
-    LabelledBeats all = detect_labelled(copy, excerpt.start);
+    LabelledBeats all = detect_labelled(samples, start);
     r.r_peaks = std::move(all.samples);
     r.labels = std::move(all.labels);
     r.beats = BeatsMode::All;
   }
   std::vector<std::int32_t> positions;  // 1-based in the excerpt, as calcHRvar takes them
-  for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - excerpt.start + 1));
+  for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - start + 1));
 
   r.status = KELO_STATUS_NO_USABLE_BEATS;
   const auto count = static_cast<std::int32_t>(positions.size());

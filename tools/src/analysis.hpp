@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -93,6 +94,11 @@ struct QrsResult {
 
 // Detection, grades and heart rate over the excerpt.
 QrsResult run_qrs(const Prepared& prepared, const Excerpt& excerpt, const AnalysisSettings& settings);
+// The same over samples at 200 Hz that the caller holds (only read), which
+// start at sample `start` of the whole recording; full_scale: as used
+// (none: clipping not tested).
+QrsResult qrs_over(std::span<const double> samples, std::int64_t start, std::optional<double> full_scale,
+                   const AnalysisSettings& settings);
 
 inline constexpr std::array<const char*, 7> kTimeFields = {"nn_rr", "avnn", "sdnn", "sdann", "sdnnidx", "rmssd", "pnn50"};
 inline constexpr std::array<const char*, 7> kTimeUnits = {"fraction", "s", "s", "s", "s", "s", "fraction"};
