@@ -28,6 +28,7 @@
 #include "keloecgsolver/hrv.h"
 #include "keloecgsolver/lifecycle.h"
 #include "recordings.hpp"
+#include "reference/routines.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/simd/isa.hpp"
 
@@ -234,6 +235,7 @@ void BM_CheckRRfixed(benchmark::State& state) {
       nullptr, [&] { std::fill(classes.begin(), classes.end(), 0); });
 }
 
+template <void (*Fn)(emxArray_int32_T*, int32_t*, emxArray_int32_T*)>
 void BM_CheckRRvar(benchmark::State& state) {
   const std::vector<int32_t> beats =
       with_extra_beats(state.range(0) == 0 ? ten_minutes().beats : tiled_beats(kDayBeats));
@@ -246,7 +248,7 @@ void BM_CheckRRvar(benchmark::State& state) {
       state, beats.size(),
       [&] {
         int32_t n = static_cast<int32_t>(beats.size());
-        checkRRvar(b, &n, classes);
+        Fn(b, &n, classes);
         benchmark::DoNotOptimize(n);
       },
       nullptr,
@@ -287,6 +289,7 @@ void BM_ClassifyQRSvar(benchmark::State& state) {
 
 // Three minutes with every eighth beat left out, so that the search has
 // gaps to fill.
+template <void (*Fn)(const double*, const int32_t*, int32_t, int32_t, int32_t*, int32_t*)>
 void BM_RefineQrsDetection(benchmark::State& state) {
   const Recording& rec = three_minutes();
   if (rec.ecg.empty()) return state.SkipWithError("recording not found");
@@ -299,7 +302,7 @@ void BM_RefineQrsDetection(benchmark::State& state) {
   refineQrsDetection_initialize();
   run(state, kFixed, [&] {
     int32_t count = 0;
-    refineQrsDetection(rec.ecg.data(), beats.data(), static_cast<int32_t>(kept.size()), kFs, out.data(),
+    Fn(rec.ecg.data(), beats.data(), static_cast<int32_t>(kept.size()), kFs, out.data(),
                        &count);
     benchmark::DoNotOptimize(out.data());
   });
@@ -320,10 +323,16 @@ BENCHMARK(BM_CheckQuality<kShort, checkQualityShort>)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CheckRRfixed<kFixed, checkRR>)->Name("BM_CheckRR")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CheckRRfixed<kShort, checkRRshort>)->Name("BM_CheckRRshort")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CheckRRvar)->ArgName("day")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CheckRRvar<checkRRvar>)->Name("BM_CheckRRvar")->ArgName("day")->Arg(0)->Arg(1)
+    ->Unit(benchmark::kMillisecond);
+// The plain sweeps, for comparison (quadratic in the beats removed).
+BENCHMARK(BM_CheckRRvar<kelo::ref::check_rr_var>)->Name("BM_CheckRRvarPlain")->ArgName("day")->Arg(0)->Arg(1)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ClassifyFixed<kFixed, classifyQRS>)->Name("BM_ClassifyQRS")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ClassifyFixed<kShort, classifyQRSshort>)
     ->Name("BM_ClassifyQRSshort")
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ClassifyQRSvar)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_RefineQrsDetection)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RefineQrsDetection<refineQrsDetection>)->Name("BM_RefineQrsDetection")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RefineQrsDetection<kelo::ref::refine_qrs_detection>)->Name("BM_RefineQrsDetectionPlain")
+    ->Unit(benchmark::kMillisecond);
