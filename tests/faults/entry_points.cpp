@@ -15,6 +15,7 @@ jobject Java_com_kelo_kelosolver_NativeKELOecgSolver_runQRSDetection(JNIEnv*, jo
                                                                      jint, jdouble, jint);
 jobject Java_com_kelo_kelosolver_NativeKELOecgSolver_runHRV(JNIEnv*, jobject, jdoubleArray, jint, jint,
                                                             jdouble, jint);
+jobject Java_com_kelo_kelosolver_NativeKELOecgSolver_detectBeats(JNIEnv*, jobject, jdoubleArray, jint, jint);
 }
 
 namespace kelo::test {
@@ -28,6 +29,10 @@ std::string exact(double v) {
 
 std::function<bool(const std::string&)> is(std::string failure) {
   return [failure](const std::string& s) { return s == failure; };
+}
+
+std::function<bool(const std::string&)> is_any(std::vector<std::string> failures) {
+  return [failures](const std::string& s) { return std::find(failures.begin(), failures.end(), s) != failures.end(); };
 }
 
 namespace {
@@ -455,7 +460,25 @@ const std::vector<EntryPoint>& entry_points() {
          return s == "null" ||
                 s == bridge_failure("com/kelo/kelosolver/KELOecgResults", 740, kHrvFields, {"rpeaks", "ppeaks", "tpeaks"});
        }},
-      // ---- keloecg ----
+      {"detectBeats",
+       [](const Call& armed) {
+         FakeJava java;
+         const jdoubleArray ecg = java.doubles(ecg15());
+         jobject sealed = nullptr;
+         armed([&] { sealed = Java_com_kelo_kelosolver_NativeKELOecgSolver_detectBeats(java.env(), nullptr, ecg, 200, 0); });
+         return bridge_outcome(sealed);
+       },
+       is_any({"null", "com/kelo/kelosolver/KELOecgBeats error=" + exact(8) + " labels={} rpeaks={}"})},
+      // ---- labelled beats ----
+      {"kelo_detectBeats",
+       [](const Call& armed) {
+         RealIn ecg(ecg15());
+         IntOut positions, labels;
+         int32_t status = 99;
+         armed([&] { status = kelo_detectBeats(ecg.get(), 200, positions.r, labels.r); });
+         return std::to_string(status) + rec(positions.r) + rec(labels.r);
+       },
+       is("-3[0x1]{}[0x1]{}")},
   };
   return table;
 }

@@ -116,6 +116,7 @@ class FakeJava {
     const Scaffold scaffold;
     static const std::set<std::string> known{
         "com/kelo/kelosolver/KELOecgQrsResults", "com/kelo/kelosolver/KELOecgResults",
+        "com/kelo/kelosolver/KELOecgBeats",
         "javax/crypto/spec/SecretKeySpec", "javax/crypto/Cipher", "javax/crypto/SealedObject"};
     if (known.count(name) == 0) {
       of(env).pending_ = true;  // NoClassDefFoundError
