@@ -33,7 +33,9 @@ KELO_API void refineQrsDetection(const double x[KELO_REFINE_LENGTH],
   // reports the input count: the beats found are the entries of beatsOut
   // that beatsIn does not have (the header says so to callers).
   // The work arrays (1.3 MB, too much for the stack of every thread a
-  // caller may use) are the only memory taken, before anything is written.
+  // caller may use) are taken before anything is written; the memory of
+  // the gaps already searched may fail later without harm (the search
+  // then goes on without it).
   kelo::guarded(
       [&] {
         const auto work = std::make_unique_for_overwrite<kelo::refine::RefineWork<true>>();

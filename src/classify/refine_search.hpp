@@ -21,6 +21,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <new>
 #include <span>
 #include <unordered_map>
 
@@ -200,9 +201,18 @@ Candidate gap_candidate(std::span<const double> x, int32_t ri, int32_t rnext, in
   GapSearch g;
   if constexpr (Fast) {
     const uint64_t key = (uint64_t{static_cast<uint32_t>(ri)} << 32) | static_cast<uint32_t>(rnext);
-    const auto [it, fresh] = work.gaps.try_emplace(key);
-    if (fresh) it->second = search_gap(x, ri, rnext, w, work);
-    g = it->second;
+    if (const auto it = work.gaps.find(key); it != work.gaps.end()) {
+      g = it->second;
+    } else {
+      g = search_gap(x, ri, rnext, w, work);
+      // Remembering the gap only saves time: when memory runs short the
+      // search goes on without it (a failed insertion leaves the map as
+      // it was).
+      try {
+        work.gaps.emplace(key, g);
+      } catch (const std::bad_alloc&) {
+      }
+    }
   } else {
     g = search_gap(x, ri, rnext, w, work);
   }
