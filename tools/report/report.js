@@ -7,12 +7,12 @@
   const FS = D.ecg.fs;
   const COLORS = {
     ecg: "#1d2433", beat: "#1f4fa3", fp: "#d92d20", fn: "#f79009", ref: "#12b76a", odd: "#9e44c9", rr: "#7a271a",
+    wide: "#e04f16", premature: "#0e9384", unknown: "#667085",
     grade: { 0: "rgba(18,183,106,0.55)", 3: "rgba(138,148,166,0.75)", 5: "rgba(217,45,32,0.7)", 6: "rgba(247,144,9,0.75)" },
     tint: { 3: "rgba(138,148,166,0.10)", 5: "rgba(217,45,32,0.08)", 6: "rgba(247,144,9,0.09)" },
     band: ["rgba(138,148,166,0.16)", "rgba(46,144,250,0.12)", "rgba(18,183,106,0.13)", "rgba(247,144,9,0.14)"],
   };
   const GRADE_TEXT = { 0: "usable", 3: "too few beats", 5: "clipped", 6: "irregular" };
-  const selftest = { ready: false, errors: window.keloErrors, plots: 0 };
 
   // ---- formatting ----------------------------------------------------
   const el = (tag, attrs, ...kids) => {
@@ -52,10 +52,15 @@
   const ref = D.reference;                            // null without references
   const review = D.review;                            // beat classes and the RR check
   const rrRemoved = new Set(review.rr_removed);
+  // With all beats, the label of each (normal, wide, premature, unknown).
+  const labels = D.qrs.r_peaks.label || null;
   // Marker colour of each beat: a false detection (with references) first,
-  // then a shape unlike the average beat, else the plain beat colour.
-  const FP = 2, ODD = 1, BEAT = 0;
-  const peakKind = peaks.map((_, i) => (peakOk && !peakOk[i]) ? FP : review.classes[i] === 0 ? ODD : BEAT);
+  // then the label a beat of the second pass carries, then a shape unlike
+  // the average beat, else the plain beat colour.
+  const FP = 2, ODD = 1, BEAT = 0, WIDE = 3, PREMATURE = 4, UNKNOWN = 5;
+  const LABEL_KIND = { wide: WIDE, premature: PREMATURE, unknown: UNKNOWN };
+  const peakKind = peaks.map((_, i) => (peakOk && !peakOk[i]) ? FP
+    : (labels && LABEL_KIND[labels[i]]) || (review.classes[i] === 0 ? ODD : BEAT));
 
   // A robust, fixed vertical range: the trace does not jump while moving.
   function robustRange(y) {
@@ -158,7 +163,8 @@
     const first = lowerBound(peakT, x0);
     const markerY = (i) => Math.min(Math.max(u.valToPos(peakV[i], "y", true) - lift, top + size + 8 * dpr), top + height);
     ctx.save();
-    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [FP, COLORS.fp]]) {  // one path per colour
+    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [WIDE, COLORS.wide],
+      [PREMATURE, COLORS.premature], [UNKNOWN, COLORS.unknown], [FP, COLORS.fp]]) {  // one path per colour
       ctx.fillStyle = colour;
       ctx.beginPath();
       for (let i = first; i < peakT.length && peakT[i] <= x1; i++) {
@@ -323,6 +329,9 @@
   const sw = (c) => el("span", { class: "sw", style: "background:" + c });
   legend.append(el("span", {}, tri(COLORS.beat), peakOk ? "detected beat, matched" : "detected R peak"));
   if (peakKind.includes(ODD)) legend.append(el("span", {}, tri(COLORS.odd), "shape unlike the average beat"));
+  if (peakKind.includes(WIDE)) legend.append(el("span", {}, tri(COLORS.wide), "added beat: wide or unlike the average"));
+  if (peakKind.includes(PREMATURE)) legend.append(el("span", {}, tri(COLORS.premature), "added beat: premature"));
+  if (peakKind.includes(UNKNOWN)) legend.append(el("span", {}, tri(COLORS.unknown), "added beat: unknown"));
   if (peakOk) legend.append(el("span", {}, tri(COLORS.fp), "false detection"));
   if (rrRemoved.size) legend.append(el("span", {}, el("b", { style: "color:" + COLORS.rr + ";margin-right:0.35rem" }, "×"), "extra beat by the RR check"));
   if (ref) {
@@ -413,7 +422,12 @@
   row("error", "status", String(q.status), "", q.status_text);
   row("hr", "heart rate", q.heart_rate_bpm != null ? fixed(q.heart_rate_bpm, 0) : "–", "bpm",
     q.rejected_heart_rate_bpm != null ? "computed " + num(q.rejected_heart_rate_bpm) + " bpm lies outside 30–220" : "median RR interval");
-  row("rpeaks", "R peaks", String(q.r_peaks.count));
+  row("rpeaks", "R peaks", String(q.r_peaks.count), "", labels ? "every beat" : "the normal-shaped beats (--beats normal)");
+  if (labels) {
+    const c = q.r_peaks.label_counts;
+    row("", "beats by label", c.normal + " normal", "", c.wide + " wide, " + c.premature + " premature, " + c.unknown +
+      " unknown (added to the normal-shaped beats)");
+  }
   row("", "unlike the average beat", String(review.classes.filter((c) => c === 0).length), "",
     "beat classification: QRS correlation with the average beat below 0.7");
   row("", "extra beats by the RR check", String(rrRemoved.size), "", "both beats of an implausibly short RR interval, unless normal in shape");
@@ -424,6 +438,10 @@
   if (hrv) {
     section("HRV, time domain");
     row("error", "HRV status", String(hrv.status), "", hrv.status_text + (hrv.computed ? "" : " · " + hrv.not_computed));
+    if (hrv.intervals != null) {
+      row("", "NN intervals", String(hrv.intervals - hrv.excluded_intervals), "", "of " + hrv.intervals +
+        " RR intervals; " + hrv.excluded_intervals + " left out next to a beat not labelled normal");
+    }
     const TL = { nn_rr: "NN/RR ratio", avnn: "mean NN interval", sdnn: "SD of NN intervals", sdann: "SD of 5-minute means",
       sdnnidx: "mean of 5-minute SDs", rmssd: "RMS of successive differences", pnn50: "successive differences > 50 ms" };
     for (const [k, label] of Object.entries(TL)) {
@@ -475,59 +493,14 @@
   });
   onView();
 
-  // ---- self-check, read by the browser test ------------------------------------
-  function countMarkers() {
-    // batch() commits at once instead of in a microtask.
-    const saved = view();
-    ecg.batch(() => ecg.setScale("x", { min: xMin, max: xMax }));
-    const all = markersDrawn;
-    ecg.batch(() => ecg.setScale("x", { min: saved[0], max: saved[1] }));
-    return all;
-  }
-  function writeSelftest() {
-    document.getElementById("kelo-selftest").textContent = JSON.stringify(selftest);
-  }
-  selftest.plots = plots.length;
-  selftest.beatMarkers = peaks.length;
-  selftest.unlikeAverage = review.classes.filter((c) => c === 0).length;
-  selftest.rrRemoved = rrRemoved.size;
-  selftest.markersDrawn = countMarkers();
-  selftest.referenceMarkers = ref ? ref.time_s.length : 0;
-  selftest.samples = N;
-  selftest.buildMs = +(performance.now() - t0).toFixed(1);
-  selftest.ready = true;
-  writeSelftest();
-  window.keloReport = { selftest, ecg, overview, tach, setView };
-
-  // #bench: time the redraws behind zooming and moving, without waiting
-  // for frames (each step is one synchronous redraw of the ECG plot).
-  if (location.hash.indexOf("bench") >= 0) {
-    // A view change redraws the ECG, the overview and the tachogram.
-    const time = (fn) => {
-      const a = performance.now();
-      ecg.batch(fn);
-      overview.batch(() => {});
-      if (tach) tach.batch(() => {});
-      return performance.now() - a;
-    };
-    const stats = (xs) => { const s = xs.slice().sort((a, b) => a - b); return { median: +s[s.length >> 1].toFixed(2), max: +s[s.length - 1].toFixed(2), steps: s.length }; };
-    const bench = {};
-    const spans = { "10 s": 10, "1 min": 60, "whole excerpt": xMax - xMin };
-    for (const [name, span] of Object.entries(spans)) {
-      const times = [];
-      for (let k = 0; k < 40; k++) {
-        const a = xMin + (xMax - xMin - span) * k / 39;
-        times.push(time(() => ecg.setScale("x", { min: a, max: a + span })));
-      }
-      bench["pan, " + name + " in view"] = stats(times);
-    }
-    const zoom = [];
-    for (let k = 0; k < 40; k++) {
-      const span = (xMax - xMin) * Math.pow(0.85, k), mid = (xMin + xMax) / 2;
-      zoom.push(time(() => ecg.setScale("x", { min: mid - span / 2, max: mid + span / 2 })));
-    }
-    bench["zoom from whole excerpt to 1 s"] = stats(zoom);
-    selftest.bench = bench;
-    writeSelftest();
-  }
+  // A handle for scripts that examine the page (the browser test and
+  // tools/report/bench-report.sh add tools/report/selftest.js to a copy of
+  // the report; reports themselves carry no test code).
+  window.keloReport = {
+    plots, ecg, overview, tach, setView, view, xMin, xMax,
+    samples: N,  // decoded from the page's data
+    markersDrawn: () => markersDrawn,
+    addedBeats: peakKind.filter((k) => k >= WIDE).length,  // marked by their labels
+    buildMs: +(performance.now() - t0).toFixed(1),
+  };
 })();

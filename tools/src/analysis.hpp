@@ -14,8 +14,11 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "keloecgsolver/grades.h"
+#include "beats.hpp"
 #include "recording.hpp"
 #include "resample.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
@@ -24,6 +27,12 @@ struct AnalysisSettings {
   std::optional<double> duration_s;  // default: to the end (HRV: at most 10 minutes)
   std::optional<double> full_scale;  // overrides what the recording's format tells
   int window_s = 10;                 // length of a quality window
+  // Every beat with its label, or the normal-shaped beats of detectWaves
+  // alone (see beats.hpp).
+  BeatsMode beats = BeatsMode::All;
+  // Validation: reference beats and detections before this time (s) are
+  // not scored (the detector still sees the whole excerpt).
+  double score_from_s = 0.0;
 };
 
 // The recording at the analysis rate.
@@ -51,31 +60,24 @@ struct Excerpt {
 enum class RunKind { Qrs, Hrv };
 
 // Limits of the two runs, in samples at 200 Hz: 15 s for R-peak detection,
-// 3 to 10 minutes for HRV.
-inline constexpr std::int64_t kQrsMinSamples = 3000;
-inline constexpr std::int64_t kHrvMinSamples = 36000;
-inline constexpr std::int64_t kHrvMaxSamples = 120000;
+// 3 to 10 minutes for HRV (the bridge's limits).
+inline constexpr std::int64_t kQrsMinSamples = kelo::rules::kQrsMinSamples;
+inline constexpr std::int64_t kHrvMinSamples = kelo::rules::kHrvMinSamples;
+inline constexpr std::int64_t kHrvMaxSamples = kelo::rules::kMaxSamples;
 
 // The excerpt selected by --start and --duration. Throws InputError naming
 // the recording when it starts beyond the end or is too short for the run;
 // an HRV excerpt longer than 10 minutes is cut to its first 10 minutes.
 Excerpt choose_excerpt(const Prepared& prepared, const AnalysisSettings& settings, RunKind kind);
 
-// Result statuses (the library bridge's codes).
-enum Status : int {
-  kSuccess = 0,
-  kNoUsableBeats = 3,  // fewer than two R peaks, or heart rate outside 30..220 bpm
-  kNoSpectrum = 4,     // HRV: no spectral line below 0.4 Hz
-  kClipped = 5,
-  kIrregular = 6,
-};
+// Result statuses are the bridge's KELO_STATUS_* codes (keloecgsolver/grades.h).
 std::string status_text(int status);
 std::string excerpt_grade_text(int grade);  // 1 usable, 2 clipped, 3 irregular
 std::string window_grade_text(int grade);   // 0 usable, 3 too few beats, 5 clipped, 6 irregular
 
 struct QrsResult {
   Excerpt excerpt;
-  int status = kSuccess;
+  int status = KELO_STATUS_SUCCESS;
   std::optional<double> heart_rate;     // bpm, when accepted (30..220)
   std::optional<double> rejected_rate;  // bpm, when computed but outside the band
   int excerpt_grade = 1;
@@ -83,6 +85,10 @@ struct QrsResult {
   std::vector<int> window_grades;
   std::vector<std::int64_t> r_peaks;  // 0-based sample numbers at 200 Hz in the whole recording
   std::optional<double> full_scale;   // as used; none: clipping not tested
+  // With all beats (beats == All), one label per R peak (kelo_detectBeats
+  // values); with the normal-shaped beats of detectWaves alone, empty.
+  BeatsMode beats = BeatsMode::Normal;
+  std::vector<int> labels;
 };
 
 // Detection, grades and heart rate over the excerpt.
@@ -100,13 +106,16 @@ struct Periodogram {
 
 struct HrvResult {
   QrsResult qrs;
-  int status = kSuccess;
+  int status = KELO_STATUS_SUCCESS;
   bool computed = false;
   bool spectrum = false;     // the frequency-domain results were formed
   std::string not_computed;  // why the statistics were not computed
   std::array<double, 7> time{};  // kTimeFields, 0 when not computed
   std::array<double, 6> freq{};  // kFreqFields, 0 when not computed
   Periodogram periodogram;       // filled on request
+  // With all beats: the RR intervals, and those left out because a beat at
+  // either end is not labelled normal.
+  std::optional<std::size_t> intervals, excluded_intervals;
 };
 
 // The HRV statistics are computed with routines that keep static state;
@@ -137,10 +146,13 @@ struct Validation {
   std::vector<std::string> reference_symbols;
   std::vector<double> detected_s;
   MatchResult match;
+  double score_from_s = 0.0;  // beats before this time were not scored
+  ClassCounts classes;        // the reference beats by class, and how many were matched
 };
 
 // Compares the R peaks of `qrs` with the reference beats that lie inside
-// its excerpt.
-Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference);
+// its excerpt, from settings.score_from_s on.
+Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference,
+                    double score_from_s = 0.0);
 
 }  // namespace keloecg

@@ -61,42 +61,43 @@ Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kin
 
 std::string status_text(int status) {
   switch (status) {
-    case kSuccess: return "success";
-    case kNoUsableBeats: return "no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)";
-    case kNoSpectrum: return "no spectral line below 0.4 Hz";
-    case kClipped: return "clipped signal";
-    case kIrregular: return "irregular rhythm";
+    case KELO_STATUS_SUCCESS: return "success";
+    case KELO_STATUS_NO_USABLE_BEATS: return "no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)";
+    case KELO_STATUS_NO_SPECTRUM: return "no spectral line below 0.4 Hz";
+    case KELO_STATUS_CLIPPED: return "clipped signal";
+    case KELO_STATUS_IRREGULAR: return "irregular rhythm";
     default: return "status " + std::to_string(status);
   }
 }
 
 std::string excerpt_grade_text(int grade) {
   switch (grade) {
-    case 1: return "usable";
-    case 2: return "clipped";
-    case 3: return "irregular";
+    case KELO_EXCERPT_USABLE: return "usable";
+    case KELO_EXCERPT_CLIPPED: return "clipped";
+    case KELO_EXCERPT_IRREGULAR: return "irregular";
     default: return "grade " + std::to_string(grade);
   }
 }
 
 std::string window_grade_text(int grade) {
   switch (grade) {
-    case 0: return "usable";
-    case 3: return "too few beats";
-    case 5: return "clipped";
-    case 6: return "irregular";
+    case KELO_WINDOW_USABLE: return "usable";
+    case KELO_WINDOW_TOO_FEW_BEATS: return "too few beats";
+    case KELO_WINDOW_CLIPPED: return "clipped";
+    case KELO_WINDOW_IRREGULAR: return "irregular";
     default: return "grade " + std::to_string(grade);
   }
 }
 
-Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeats& reference) {
+Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeats& reference, double score_from_s) {
   Validation v;
   v.record = p.recording.name;
   v.annotations = reference.path;
   v.excerpt = qrs.excerpt;
+  v.score_from_s = score_from_s;
   // The excerpt covers [start, end) at 200 Hz; a reference beat belongs to
-  // it when its time falls inside.
-  const double from = qrs.excerpt.start_s();
+  // it when its time falls inside (and is not before score_from_s).
+  const double from = std::max(qrs.excerpt.start_s(), score_from_s);
   const double to = static_cast<double>(qrs.excerpt.end()) / kAnalysisRate;
   for (std::size_t i = 0; i < reference.samples.size(); ++i) {
     const double t = reference.time_s(i);
@@ -106,8 +107,12 @@ Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeat
     }
   }
   v.detected_s.reserve(qrs.r_peaks.size());
-  for (auto peak : qrs.r_peaks) v.detected_s.push_back(static_cast<double>(peak) / kAnalysisRate);
+  for (auto peak : qrs.r_peaks) {
+    const double t = static_cast<double>(peak) / kAnalysisRate;
+    if (t >= score_from_s) v.detected_s.push_back(t);
+  }
   v.match = match_beats(v.reference_s, v.detected_s);
+  v.classes = class_counts(v.reference_symbols, v.match);
   return v;
 }
 
