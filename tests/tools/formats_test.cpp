@@ -263,6 +263,20 @@ TEST(Formats, NumbersBeyondTheRangeOfADoubleAndDamagedSidecars) {
   }
 }
 
+// A file that held more bytes when it was opened than can be read has
+// shrunk meanwhile: an error, not a shorter recording.
+TEST(Formats, AFileThatShrinksWhileReadIsAnError) {
+  std::istringstream whole("abcd"), cut("abc");
+  EXPECT_EQ(read_all(whole, 4, "x.f32").size(), 4u);
+  EXPECT_EQ(read_all(whole, std::nullopt, "x.f32").size(), 0u);  // size unknown: what is there
+  try {
+    read_all(cut, 4, "x.f32");
+    ADD_FAILURE() << "no error";
+  } catch (const InputError& e) {
+    EXPECT_EQ(std::string(e.what()), "x.f32: the file shrank while being read (4 bytes when opened, 3 read)");
+  }
+}
+
 TEST(Formats, ReferenceBeatsFromAtrAndText) {
   const auto atr = load_reference_beats(kData / "mitdb100-10s.atr", 360);
   ASSERT_EQ(atr.samples.size(), 13u);  // the rhythm annotation at 18 is not a beat

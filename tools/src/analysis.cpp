@@ -136,7 +136,7 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
 
 }  // namespace
 
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
+HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
   HrvResult r;
   r.qrs = std::move(qrs);
   const QrsResult& q = r.qrs;
@@ -151,12 +151,9 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
   peaks.reserve(q.r_peaks.size());
   for (auto s : q.r_peaks) peaks.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
   std::int32_t status = 0;
-  {
-    std::lock_guard guard(lock.mutex);
-    calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
-    must(status != KELO_HRV_STATUS_NO_MEMORY);
-    if (with_periodogram) r.periodogram = periodogram(peaks);
-  }
+  calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
+  must(status != KELO_HRV_STATUS_NO_MEMORY);
+  if (with_periodogram) r.periodogram = periodogram(peaks);
   r.computed = true;
   r.spectrum = status == kSuccess;
   r.status = status;
