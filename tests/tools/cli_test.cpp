@@ -97,13 +97,37 @@ TEST(Program, BundledRecordingInEveryOutput) {
     EXPECT_NE(text.out.find(k), std::string::npos) << k;
   }
   const auto csv = keloecg({"qrs", "--csv"});
-  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')), "beat,time_s,sample_200hz,sample_original");
+  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')), "beat,time_s,sample_200hz,sample_original,label");
   EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), q["r_peaks"]["count"].get<int>() + 1);
 
   const json v = run_json({"validate", "--json"})["records"][0];  // against its reference beats
   EXPECT_EQ(v["reference_beats"], 371);
   EXPECT_EQ(v["tp"].get<int>() + v["fn"].get<int>(), 371);
   EXPECT_GE(v["f1"].get<double>(), 0.99);
+  EXPECT_EQ(v["classes"]["N"]["reference_beats"].get<int>() + v["classes"]["S"]["reference_beats"].get<int>(), 371);
+}
+
+TEST(Program, EveryBeatLabelledOrTheNormalShapedOnes) {
+  // By default every beat, each with its label; HRV over NN intervals,
+  // counting those left out.
+  const json all = run_json({"hrv", "--json"});
+  const json& peaks = all["qrs"]["r_peaks"];
+  ASSERT_EQ(peaks["label"].size(), peaks["count"].get<std::size_t>());
+  const auto normal_count = peaks["label_counts"]["normal"].get<std::size_t>();
+  EXPECT_LT(normal_count, peaks["count"].get<std::size_t>());  // the first beat is added by the second pass
+  EXPECT_EQ(all["settings"]["beats"], "all");
+  EXPECT_EQ(all["hrv"]["intervals"].get<std::size_t>() + 1, peaks["count"].get<std::size_t>());
+  EXPECT_EQ(all["hrv"]["excluded_intervals"], 1);
+  // --beats normal: the normal-shaped beats alone, as detectWaves gives them.
+  const json normal = run_json({"hrv", "--json", "--beats", "normal"});
+  EXPECT_EQ(normal["qrs"]["r_peaks"]["count"].get<std::size_t>(), normal_count);
+  EXPECT_FALSE(normal["qrs"]["r_peaks"].contains("label"));
+  EXPECT_FALSE(normal["hrv"].contains("excluded_intervals"));
+  // Scoring from a time on leaves the earlier beats out.
+  const json from = run_json({"validate", "--json", "--from", "60"});
+  EXPECT_EQ(from["score_from_s"], 60.0);
+  EXPECT_EQ(from["records"][0]["reference_beats"], 297);
+  EXPECT_EQ(keloecg({"qrs", "--beats", "some"}).exit_code, 2);
 }
 
 TEST(Program, EveryFormatFindsTheBeatsAtItsOwnRateAndValidates) {

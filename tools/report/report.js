@@ -7,6 +7,7 @@
   const FS = D.ecg.fs;
   const COLORS = {
     ecg: "#1d2433", beat: "#1f4fa3", fp: "#d92d20", fn: "#f79009", ref: "#12b76a", odd: "#9e44c9", rr: "#7a271a",
+    wide: "#e04f16", premature: "#0e9384", unknown: "#667085",
     grade: { 0: "rgba(18,183,106,0.55)", 3: "rgba(138,148,166,0.75)", 5: "rgba(217,45,32,0.7)", 6: "rgba(247,144,9,0.75)" },
     tint: { 3: "rgba(138,148,166,0.10)", 5: "rgba(217,45,32,0.08)", 6: "rgba(247,144,9,0.09)" },
     band: ["rgba(138,148,166,0.16)", "rgba(46,144,250,0.12)", "rgba(18,183,106,0.13)", "rgba(247,144,9,0.14)"],
@@ -52,10 +53,15 @@
   const ref = D.reference;                            // null without references
   const review = D.review;                            // beat classes and the RR check
   const rrRemoved = new Set(review.rr_removed);
+  // With all beats, the label of each (normal, wide, premature, unknown).
+  const labels = D.qrs.r_peaks.label || null;
   // Marker colour of each beat: a false detection (with references) first,
-  // then a shape unlike the average beat, else the plain beat colour.
-  const FP = 2, ODD = 1, BEAT = 0;
-  const peakKind = peaks.map((_, i) => (peakOk && !peakOk[i]) ? FP : review.classes[i] === 0 ? ODD : BEAT);
+  // then the label a beat of the second pass carries, then a shape unlike
+  // the average beat, else the plain beat colour.
+  const FP = 2, ODD = 1, BEAT = 0, WIDE = 3, PREMATURE = 4, UNKNOWN = 5;
+  const LABEL_KIND = { wide: WIDE, premature: PREMATURE, unknown: UNKNOWN };
+  const peakKind = peaks.map((_, i) => (peakOk && !peakOk[i]) ? FP
+    : (labels && LABEL_KIND[labels[i]]) || (review.classes[i] === 0 ? ODD : BEAT));
 
   // A robust, fixed vertical range: the trace does not jump while moving.
   function robustRange(y) {
@@ -158,7 +164,8 @@
     const first = lowerBound(peakT, x0);
     const markerY = (i) => Math.min(Math.max(u.valToPos(peakV[i], "y", true) - lift, top + size + 8 * dpr), top + height);
     ctx.save();
-    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [FP, COLORS.fp]]) {  // one path per colour
+    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [WIDE, COLORS.wide],
+      [PREMATURE, COLORS.premature], [UNKNOWN, COLORS.unknown], [FP, COLORS.fp]]) {  // one path per colour
       ctx.fillStyle = colour;
       ctx.beginPath();
       for (let i = first; i < peakT.length && peakT[i] <= x1; i++) {
@@ -323,6 +330,9 @@
   const sw = (c) => el("span", { class: "sw", style: "background:" + c });
   legend.append(el("span", {}, tri(COLORS.beat), peakOk ? "detected beat, matched" : "detected R peak"));
   if (peakKind.includes(ODD)) legend.append(el("span", {}, tri(COLORS.odd), "shape unlike the average beat"));
+  if (peakKind.includes(WIDE)) legend.append(el("span", {}, tri(COLORS.wide), "added beat: wide or unlike the average"));
+  if (peakKind.includes(PREMATURE)) legend.append(el("span", {}, tri(COLORS.premature), "added beat: premature"));
+  if (peakKind.includes(UNKNOWN)) legend.append(el("span", {}, tri(COLORS.unknown), "added beat: unknown"));
   if (peakOk) legend.append(el("span", {}, tri(COLORS.fp), "false detection"));
   if (rrRemoved.size) legend.append(el("span", {}, el("b", { style: "color:" + COLORS.rr + ";margin-right:0.35rem" }, "×"), "extra beat by the RR check"));
   if (ref) {
@@ -413,7 +423,12 @@
   row("error", "status", String(q.status), "", q.status_text);
   row("hr", "heart rate", q.heart_rate_bpm != null ? fixed(q.heart_rate_bpm, 0) : "–", "bpm",
     q.rejected_heart_rate_bpm != null ? "computed " + num(q.rejected_heart_rate_bpm) + " bpm lies outside 30–220" : "median RR interval");
-  row("rpeaks", "R peaks", String(q.r_peaks.count));
+  row("rpeaks", "R peaks", String(q.r_peaks.count), "", labels ? "every beat" : "the normal-shaped beats (--beats normal)");
+  if (labels) {
+    const c = q.r_peaks.label_counts;
+    row("", "beats by label", c.normal + " normal", "", c.wide + " wide, " + c.premature + " premature, " + c.unknown +
+      " unknown (added to the normal-shaped beats)");
+  }
   row("", "unlike the average beat", String(review.classes.filter((c) => c === 0).length), "",
     "beat classification: QRS correlation with the average beat below 0.7");
   row("", "extra beats by the RR check", String(rrRemoved.size), "", "both beats of an implausibly short RR interval, unless normal in shape");
@@ -424,6 +439,10 @@
   if (hrv) {
     section("HRV, time domain");
     row("error", "HRV status", String(hrv.status), "", hrv.status_text + (hrv.computed ? "" : " · " + hrv.not_computed));
+    if (hrv.intervals != null) {
+      row("", "NN intervals", String(hrv.intervals - hrv.excluded_intervals), "", "of " + hrv.intervals +
+        " RR intervals; " + hrv.excluded_intervals + " left out next to a beat not labelled normal");
+    }
     const TL = { nn_rr: "NN/RR ratio", avnn: "mean NN interval", sdnn: "SD of NN intervals", sdann: "SD of 5-minute means",
       sdnnidx: "mean of 5-minute SDs", rmssd: "RMS of successive differences", pnn50: "successive differences > 50 ms" };
     for (const [k, label] of Object.entries(TL)) {
@@ -490,6 +509,7 @@
   selftest.plots = plots.length;
   selftest.beatMarkers = peaks.length;
   selftest.unlikeAverage = review.classes.filter((c) => c === 0).length;
+  selftest.addedBeats = peakKind.filter((k) => k >= WIDE).length;
   selftest.rrRemoved = rrRemoved.size;
   selftest.markersDrawn = countMarkers();
   selftest.referenceMarkers = ref ? ref.time_s.length : 0;

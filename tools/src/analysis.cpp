@@ -93,11 +93,22 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + excerpt.start);
   const auto grades = elements(*windows);
   r.window_grades.assign(grades.begin(), grades.end());
+  // Every beat: the same normal ones, the others added with their labels.
+  // The grades stay those of detectWaves; the heart rate counts every beat.
+  if (settings.beats == BeatsMode::All) {
+    LabelledBeats all = detect_labelled(copy, excerpt.start);
+    r.r_peaks = std::move(all.samples);
+    r.labels = std::move(all.labels);
+    r.beats = BeatsMode::All;
+  }
+  std::vector<std::int32_t> positions;  // 1-based in the excerpt, as calcHRvar takes them
+  for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - excerpt.start + 1));
 
   r.status = kNoUsableBeats;
-  const auto count = static_cast<std::int32_t>(found.size());
+  const auto count = static_cast<std::int32_t>(positions.size());
   if (count > 1) {
-    const double rate = calcHRvar(peaks.get(), count, kFs);
+    IntArray beats(must(emxCreateWrapper_int32_T(positions.data(), count, 1)));
+    const double rate = calcHRvar(beats.get(), count, kFs);
     must(!std::isnan(rate));  // two or more beats give a number or infinity
     if (rate >= kLowestRate && rate <= kHighestRate) {
       r.heart_rate = rate;
@@ -113,14 +124,11 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
 
 namespace {
 
-// The periodogram behind the band powers: the same interval series and
-// Lomb amplitudes that calcHrv sums, kept up to the 0.4 Hz limit.
-Periodogram periodogram(std::span<const std::int32_t> peaks) {
-  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+// The Lomb amplitudes of an interval series that calcHrvFreq sums, kept up
+// to the 0.4 Hz limit.
+Periodogram periodogram_of(std::span<const double> t, std::span<const double> rr) {
+  const auto n = static_cast<std::int32_t>(rr.size());
   if (n < 3) return {};  // fewer than two analysed points: no grid
-  std::vector<char> annotations(static_cast<std::size_t>(n));
-  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
-  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
@@ -134,6 +142,28 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
   return out;
 }
 
+// The periodogram behind calcHrv's band powers: the interval series of the
+// R peaks (1-based positions).
+Periodogram periodogram(std::span<const std::int32_t> peaks) {
+  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+  if (n < 3) return {};
+  std::vector<char> annotations(static_cast<std::size_t>(n));
+  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
+  return periodogram_of(t, rr);
+}
+
+// The HRV status: the statistics' own, then a clipped or irregular excerpt
+// as the bridge reports it.
+HrvResult graded(HrvResult r, int status) {
+  r.computed = true;
+  r.spectrum = status == kSuccess;
+  r.status = status;
+  if (r.qrs.excerpt_grade == 2) r.status = kClipped;
+  if (r.qrs.excerpt_grade == 3) r.status = kIrregular;
+  return r;
+}
+
 }  // namespace
 
 HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
@@ -145,6 +175,17 @@ HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
     r.not_computed = q.r_peaks.size() < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
     return r;
   }
+  if (q.beats == BeatsMode::All) {
+    // Every beat: NN intervals only.
+    const NnSeries series = nn_series(q.r_peaks, q.labels);
+    const NnHrv h = hrv_over_nn(series);
+    if (with_periodogram) r.periodogram = periodogram_of(series.nn_t, series.nn_rr);
+    r.time = h.time;
+    r.freq = h.freq;
+    r.intervals = series.intervals;
+    r.excluded_intervals = series.excluded;
+    return graded(std::move(r), h.status);
+  }
   // calcHrv takes the 1-based positions within the excerpt, as detectWaves
   // gave them.
   std::vector<std::int32_t> peaks;
@@ -154,12 +195,7 @@ HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
   calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
   must(status != KELO_HRV_STATUS_NO_MEMORY);
   if (with_periodogram) r.periodogram = periodogram(peaks);
-  r.computed = true;
-  r.spectrum = status == kSuccess;
-  r.status = status;
-  if (q.excerpt_grade == 2) r.status = kClipped;
-  if (q.excerpt_grade == 3) r.status = kIrregular;
-  return r;
+  return graded(std::move(r), status);
 }
 
 BeatReview review_beats(const Prepared& p, const QrsResult& q) {

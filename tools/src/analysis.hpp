@@ -13,6 +13,7 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "beats.hpp"
 #include "recording.hpp"
 #include "resample.hpp"
 
@@ -23,6 +24,12 @@ struct AnalysisSettings {
   std::optional<double> duration_s;  // default: to the end (HRV: at most 10 minutes)
   std::optional<double> full_scale;  // overrides what the recording's format tells
   int window_s = 10;                 // length of a quality window
+  // Every beat with its label, or the normal-shaped beats of detectWaves
+  // alone (see beats.hpp).
+  BeatsMode beats = BeatsMode::All;
+  // Validation: reference beats and detections before this time (s) are
+  // not scored (the detector still sees the whole excerpt).
+  double score_from_s = 0.0;
 };
 
 // The recording at the analysis rate.
@@ -82,6 +89,10 @@ struct QrsResult {
   std::vector<int> window_grades;
   std::vector<std::int64_t> r_peaks;  // 0-based sample numbers at 200 Hz in the whole recording
   std::optional<double> full_scale;   // as used; none: clipping not tested
+  // With all beats (beats == All), one label per R peak (kelo_detectBeats
+  // values); with the normal-shaped beats of detectWaves alone, empty.
+  BeatsMode beats = BeatsMode::Normal;
+  std::vector<int> labels;
 };
 
 // Detection, grades and heart rate over the excerpt.
@@ -106,6 +117,9 @@ struct HrvResult {
   std::array<double, 7> time{};  // kTimeFields, 0 when not computed
   std::array<double, 6> freq{};  // kFreqFields, 0 when not computed
   Periodogram periodogram;       // filled on request
+  // With all beats: the RR intervals, and those left out because a beat at
+  // either end is not labelled normal.
+  std::optional<std::size_t> intervals, excluded_intervals;
 };
 
 // The HRV run on the R peaks of `qrs` (detected over the HRV excerpt).
@@ -130,10 +144,13 @@ struct Validation {
   std::vector<std::string> reference_symbols;
   std::vector<double> detected_s;
   MatchResult match;
+  double score_from_s = 0.0;  // beats before this time were not scored
+  ClassCounts classes;        // the reference beats by class, and how many were matched
 };
 
 // Compares the R peaks of `qrs` with the reference beats that lie inside
-// its excerpt.
-Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference);
+// its excerpt, from settings.score_from_s on.
+Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference,
+                    double score_from_s = 0.0);
 
 }  // namespace keloecg

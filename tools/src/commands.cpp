@@ -89,7 +89,7 @@ ValidationRun validation_run(const Prepared& p, const AnalysisSettings& s, const
   std::optional<ReferenceBeats> reference;
   if (ann) reference = load_reference_beats(*ann, p.recording.fs);
   run.qrs = run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s);
-  if (reference) run.validation = validate(p, run.qrs, *reference);
+  if (reference) run.validation = validate(p, run.qrs, *reference, s.score_from_s);
   return run;
 }
 
@@ -215,13 +215,17 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
       j["version"] = KELO_VERSION;
       j["match_window_ms"] = kMatchWindowSeconds * 1e3;
       j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
+      if (o.analysis.score_from_s > 0.0) j["score_from_s"] = o.analysis.score_from_s;
       j["records"] = Json::array();
       MatchCounts total;
+      ClassCounts classes;
       for (const auto& v : rows) {
         j["records"].push_back(validation_json(v));
         total += v.match.counts;
+        classes += v.classes;
       }
       j["total"] = counts_json(total);
+      j["total"]["classes"] = classes_json(classes);
       return j;
     }));
   } else if (o.csv) {

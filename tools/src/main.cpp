@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 
+#include "beats.hpp"
 #include "commands.hpp"
 #include "errors.hpp"
 #include "memory_reserve.hpp"
@@ -20,6 +21,7 @@ struct CommonFlags {
   CLI::Option* full_scale = nullptr;
   CLI::Option* duration = nullptr;
   double fs_value = 0, full_scale_value = 0, duration_value = 0;
+  std::string beats = "all";
 };
 
 void add_common(CLI::App* cmd, CommonOptions& o, CommonFlags& f, bool outputs) {
@@ -34,6 +36,14 @@ void add_common(CLI::App* cmd, CommonOptions& o, CommonFlags& f, bool outputs) {
                                  "file's ADC or physical range; unknown for text and raw input)")
                      ->check(CLI::PositiveNumber)
                      ->group("Analysis");
+  // Default all: the beat list is complete and HRV leaves out the
+  // intervals next to ectopic beats; normal gives the Java bridge's beats.
+  cmd->add_option("--beats", f.beats,
+                  "Beats to use: all (every beat, labelled normal, wide, premature or unknown; HRV over NN "
+                  "intervals only) or normal (the normal-shaped beats of detectWaves, as the Java bridge)")
+      ->check(CLI::IsMember({"all", "normal"}))
+      ->capture_default_str()
+      ->group("Analysis");
   cmd->add_option("--window", o.analysis.window_s, "Length of a quality window in seconds")
       ->check(CLI::Range(1, 86400))
       ->capture_default_str()
@@ -58,6 +68,15 @@ void apply(const CommonFlags& f, CommonOptions& o) {
   if (f.fs->count()) o.load.fs = f.fs_value;
   if (f.full_scale->count()) o.analysis.full_scale = f.full_scale_value;
   if (f.duration->count()) o.analysis.duration_s = f.duration_value;
+  o.analysis.beats = *keloecg::parse_beats_mode(f.beats);
+}
+
+void add_from(CLI::App* cmd, CommonOptions& o) {
+  cmd->add_option("--from", o.analysis.score_from_s,
+                  "Score only the beats from this second of the recording on (300: after a 5-minute learning "
+                  "period, as EC57 scores)")
+      ->check(CLI::NonNegativeNumber)
+      ->group("Validation");
 }
 
 constexpr const char* kFooter =
@@ -120,6 +139,7 @@ int main(int argc, char** argv) {
                        "Reference annotations, one per FILE: a WFDB annotation file, or text lines \"sample "
                        "[symbol]\" numbered at the recording's rate (default: REC.atr or STEM.beats.txt next to it)")
       ->group("Input");
+  add_from(validate, o);
   validate->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(CLI::PositiveNumber);
   validate->add_option("-o,--output", o.output, "Write to this file instead of standard output")->group("Output");
 
@@ -129,6 +149,7 @@ int main(int argc, char** argv) {
   batch->add_flag("-r,--recursive", recursive, "Look for recordings in sub-folders too");
   batch->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(CLI::PositiveNumber);
   add_common(batch, o, batch_flags, false);
+  add_from(batch, o);
 
   try {
     app.parse(argc, argv);

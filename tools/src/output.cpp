@@ -1,5 +1,6 @@
 #include "output.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -58,7 +59,30 @@ std::string friendly(const std::string& unit, double v) {
   return "";
 }
 
+std::string labels_summary(const std::vector<int>& labels) {
+  std::map<int, std::size_t> counts;
+  for (int l : labels) ++counts[l];
+  std::string out;
+  for (const auto& [label, n] : counts) out += (out.empty() ? "" : ", ") + std::to_string(n) + " " + label_name(label);
+  return out;
+}
+
 }  // namespace
+
+Json label_counts_json(const std::vector<int>& labels) {
+  Json j = Json::object();
+  for (int l : {1, 2, 3, 4}) j[label_name(l)] = std::count(labels.begin(), labels.end(), l);
+  return j;
+}
+
+Json classes_json(const ClassCounts& c) {
+  Json j = Json::object();
+  for (std::size_t k = 0; k < kBeatClasses.size(); ++k) {
+    j[kBeatClasses[k]] = {{"reference_beats", c.references[k]}, {"tp", c.matched[k]},
+                          {"sensitivity", nullable(c.sensitivity(k))}};
+  }
+  return j;
+}
 
 std::string number(double v, int significant) {
   if (std::isnan(v)) return "NaN";
@@ -94,6 +118,8 @@ Json settings_json(const AnalysisSettings& s) {
   j["duration_s"] = nullable(s.duration_s);
   j["full_scale"] = nullable(s.full_scale);
   j["window_s"] = s.window_s;
+  j["beats"] = beats_mode_name(s.beats);
+  if (s.score_from_s > 0.0) j["score_from_s"] = s.score_from_s;
   return j;
 }
 
@@ -120,6 +146,12 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
   }
   peaks["sample_original"] = std::move(original);
   peaks["time_s"] = std::move(times);
+  if (q.beats == BeatsMode::All) {
+    Json labels = Json::array();
+    for (int l : q.labels) labels.push_back(label_name(l));
+    peaks["label"] = std::move(labels);
+    peaks["label_counts"] = label_counts_json(q.labels);
+  }
   j["r_peaks"] = std::move(peaks);
   return j;
 }
@@ -133,6 +165,11 @@ Json hrv_json(const HrvResult& h) {
   if (!h.computed) j["not_computed"] = h.not_computed;
   j["heart_rate_bpm"] = nullable(h.qrs.heart_rate);
   j["r_peaks"] = h.qrs.r_peaks.size();
+  if (h.intervals) {
+    // Every beat: HRV over NN intervals only.
+    j["intervals"] = *h.intervals;
+    j["excluded_intervals"] = *h.excluded_intervals;
+  }
   Json time = Json::object(), freq = Json::object(), units = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) {
     time[kTimeFields[i]] = h.computed ? nullable(h.time[i]) : Json(nullptr);
@@ -170,6 +207,8 @@ Json validation_json(const Validation& v) {
   const Json counts = counts_json(v.match.counts);
   for (const auto& [key, value] : counts.items()) j[key] = value;
   j["mean_abs_offset_ms"] = v.match.mean_abs_offset_s * 1e3;
+  if (v.score_from_s > 0.0) j["score_from_s"] = v.score_from_s;
+  j["classes"] = classes_json(v.classes);
   return j;
 }
 
@@ -219,7 +258,12 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   } else {
     out << "none (fewer than two R peaks)\n";
   }
-  out << "R peaks     " << q.r_peaks.size() << (beats_listed ? "" : " (listed by keloecg qrs, or with --json or --csv)") << "\n";
+  std::vector<std::string> notes;
+  if (!q.labels.empty()) notes.push_back(labels_summary(q.labels));
+  if (!beats_listed) notes.emplace_back("listed by keloecg qrs, or with --json or --csv");
+  out << "R peaks     " << q.r_peaks.size();
+  for (std::size_t i = 0; i < notes.size(); ++i) out << (i == 0 ? " (" : "; ") << notes[i];
+  out << (notes.empty() ? "" : ")") << "\n";
   out << "Grade       " << q.excerpt_grade << " " << excerpt_grade_text(q.excerpt_grade);
   if (!q.full_scale) out << " (clipping not tested: full scale unknown, give --full-scale)";
   else out << " (full scale " << number(*q.full_scale, 4) << " mV)";
@@ -254,12 +298,14 @@ std::string beats_text(const Prepared& p, const QrsResult& q) {
   out << "\nR peaks (0-based sample numbers of the whole recording)\n";
   out << pad("#", 7, true) << pad("time s", 11, true) << pad("@200 Hz", 10, true);
   if (p.resampled()) out << pad("@" + number(p.recording.fs) + " Hz", 10, true);
+  if (!q.labels.empty()) out << "  label";
   out << "\n";
   for (std::size_t i = 0; i < q.r_peaks.size(); ++i) {
     const auto s = q.r_peaks[i];
     out << pad(std::to_string(i + 1), 7, true) << pad(fixed(static_cast<double>(s) / kAnalysisRate, 3), 11, true)
         << pad(std::to_string(s), 10, true);
     if (p.resampled()) out << pad(std::to_string(p.map.to_original(s)), 10, true);
+    if (!q.labels.empty()) out << "  " << label_name(q.labels[i]);
     out << "\n";
   }
   return out.str();
@@ -271,6 +317,10 @@ std::string hrv_text(const HrvResult& h) {
   if (!h.computed) {
     out << "            not computed: " << h.not_computed << "\n";
     return out.str();
+  }
+  if (h.intervals) {
+    out << "NN          " << *h.intervals - *h.excluded_intervals << " of " << *h.intervals
+        << " RR intervals; left out: " << *h.excluded_intervals << " next to a beat not labelled normal\n";
   }
   out << "Time domain\n";
   auto line = [&](const char* key, const char* label, const std::string& value, const std::string& extra) {
@@ -300,25 +350,34 @@ std::string hrv_text(const HrvResult& h) {
 
 std::string validation_text(const std::vector<Validation>& rows) {
   std::ostringstream out;
-  auto line = [&](const std::string& name, const MatchCounts& c) {
+  auto line = [&](const std::string& name, const MatchCounts& c, const ClassCounts& k) {
     out << pad(name, 12) << pad(std::to_string(c.references()), 9, true) << pad(std::to_string(c.detections()), 9, true)
         << pad(std::to_string(c.true_positives), 9, true) << pad(std::to_string(c.false_negatives), 7, true)
         << pad(std::to_string(c.false_positives), 7, true) << pad(percent(c.sensitivity()), 9, true)
-        << pad(percent(c.positive_predictivity()), 9, true) << pad(percent(c.f1()), 9, true) << "\n";
+        << pad(percent(c.positive_predictivity()), 9, true) << pad(percent(c.f1()), 9, true);
+    for (std::size_t i = 0; i < kBeatClasses.size(); ++i) out << pad(percent(k.sensitivity(i)), 9, true);
+    out << "\n";
   };
   out << pad("record", 12) << pad("ref", 9, true) << pad("detected", 9, true) << pad("TP", 9, true)
       << pad("FN", 7, true) << pad("FP", 7, true) << pad("Se %", 9, true) << pad("+P %", 9, true)
-      << pad("F1 %", 9, true) << "\n";
+      << pad("F1 %", 9, true);
+  for (auto c : kBeatClasses) out << pad(std::string("Se ") + c + " %", 9, true);
+  out << "\n";
   MatchCounts total;
+  ClassCounts classes;
   for (const auto& v : rows) {
-    line(v.record, v.match.counts);
+    line(v.record, v.match.counts, v.classes);
     total += v.match.counts;
+    classes += v.classes;
   }
   if (rows.size() > 1) {
-    out << std::string(80, '-') << "\n";
-    line("total", total);
+    out << std::string(125, '-') << "\n";
+    line("total", total, classes);
   }
-  out << "(beats matched within 150 ms; Se sensitivity, +P positive predictivity)\n";
+  out << "(beats matched within 150 ms; Se sensitivity, +P positive predictivity; Se by reference class:\n"
+         " N = N L R e j, S = A a J S, V = V E, F = F, Q = / f Q ?";
+  if (!rows.empty() && rows.front().score_from_s > 0.0) out << "; scored from " << number(rows.front().score_from_s) << " s";
+  out << ")\n";
   return out.str();
 }
 
@@ -345,11 +404,11 @@ std::string csv_number(double v) { return std::isfinite(v) ? number(v, 10) : "";
 }  // namespace
 
 std::string beats_csv(const Prepared& p, const QrsResult& q) {
-  std::string out = csv_line({"beat", "time_s", "sample_200hz", "sample_original"});
+  std::string out = csv_line({"beat", "time_s", "sample_200hz", "sample_original", "label"});
   for (std::size_t i = 0; i < q.r_peaks.size(); ++i) {
     const auto s = q.r_peaks[i];
     out += csv_line({std::to_string(i + 1), csv_number(static_cast<double>(s) / kAnalysisRate), std::to_string(s),
-                     std::to_string(p.map.to_original(s))});
+                     std::to_string(p.map.to_original(s)), q.labels.empty() ? "" : label_name(q.labels[i])});
   }
   return out;
 }
@@ -361,6 +420,9 @@ std::vector<std::string> summary_header() {
   for (auto f : kTimeFields) h.emplace_back(f);
   for (auto f : kFreqFields) h.emplace_back(f);
   for (auto f : {"reference_beats", "tp", "fn", "fp", "sensitivity", "positive_predictivity", "f1"}) h.emplace_back(f);
+  // Added last, so that earlier columns keep their places.
+  for (auto f : {"beats", "hrv_intervals", "hrv_excluded_intervals"}) h.emplace_back(f);
+  for (auto c : kBeatClasses) h.push_back(std::string("sensitivity_") + c);
   return h;
 }
 
@@ -392,24 +454,34 @@ std::vector<std::string> summary_row(const std::string& file, const Prepared* p,
   } else {
     row.insert(row.end(), 7, "");
   }
+  row.push_back(qrs ? beats_mode_name(qrs->beats) : "");
+  row.push_back(hrv && hrv->intervals ? std::to_string(*hrv->intervals) : "");
+  row.push_back(hrv && hrv->excluded_intervals ? std::to_string(*hrv->excluded_intervals) : "");
+  for (std::size_t i = 0; i < kBeatClasses.size(); ++i) row.push_back(v ? csv_number(v->classes.sensitivity(i)) : "");
   return row;
 }
 
 std::string validation_csv(const std::vector<Validation>& rows) {
-  std::string out = csv_line({"record", "reference_beats", "detected_beats", "tp", "fn", "fp", "sensitivity",
-                              "positive_predictivity", "f1"});
+  std::vector<std::string> header = {"record", "reference_beats", "detected_beats", "tp", "fn", "fp", "sensitivity",
+                                     "positive_predictivity", "f1"};
+  for (auto c : kBeatClasses) header.push_back(std::string("sensitivity_") + c);
+  std::string out = csv_line(header);
   MatchCounts total;
-  auto line = [&](const std::string& name, const MatchCounts& c) {
-    out += csv_line({name, std::to_string(c.references()), std::to_string(c.detections()),
-                     std::to_string(c.true_positives), std::to_string(c.false_negatives),
-                     std::to_string(c.false_positives), csv_number(c.sensitivity()),
-                     csv_number(c.positive_predictivity()), csv_number(c.f1())});
+  ClassCounts classes;
+  auto line = [&](const std::string& name, const MatchCounts& c, const ClassCounts& k) {
+    std::vector<std::string> row = {name, std::to_string(c.references()), std::to_string(c.detections()),
+                                    std::to_string(c.true_positives), std::to_string(c.false_negatives),
+                                    std::to_string(c.false_positives), csv_number(c.sensitivity()),
+                                    csv_number(c.positive_predictivity()), csv_number(c.f1())};
+    for (std::size_t i = 0; i < kBeatClasses.size(); ++i) row.push_back(csv_number(k.sensitivity(i)));
+    out += csv_line(row);
   };
   for (const auto& v : rows) {
-    line(v.record, v.match.counts);
+    line(v.record, v.match.counts, v.classes);
     total += v.match.counts;
+    classes += v.classes;
   }
-  if (rows.size() > 1) line("total", total);
+  if (rows.size() > 1) line("total", total, classes);
   return out;
 }
 
