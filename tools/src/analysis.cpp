@@ -179,6 +179,7 @@ HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
     // Every beat: NN intervals only.
     const NnSeries series = nn_series(q.r_peaks, q.labels);
     const NnHrv h = hrv_over_nn(series);
+    must(h.status != KELO_HRV_STATUS_NO_MEMORY);
     if (with_periodogram) r.periodogram = periodogram_of(series.nn_t, series.nn_rr);
     r.time = h.time;
     r.freq = h.freq;

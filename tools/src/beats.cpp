@@ -81,6 +81,10 @@ NnHrv hrv_over_nn(const NnSeries& s) {
   std::int32_t status = 0;
   calcHrvTime(s.t.data(), s.rr.data(), s.annotations.data(), static_cast<std::int32_t>(s.intervals), h.time.data(),
               &status);
+  if (status == KELO_HRV_STATUS_NO_MEMORY) {  // kept: the spectrum step would overwrite it
+    h.status = status;
+    return h;
+  }
   // As calcHrv: no spectrum from fewer than three intervals.
   if (s.nn_rr.size() < 3) {
     status = 4;
