@@ -9,20 +9,16 @@
 #include <new>
 #include <span>
 
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/keloecgsolver.h"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
 namespace {
 
-struct RealDeleter {
-  void operator()(emxArray_real_T* a) const { emxDestroyArray_real_T(a); }
-};
-struct IntDeleter {
-  void operator()(emxArray_int32_T* a) const { emxDestroyArray_int32_T(a); }
-};
-using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
-using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+using RealArray = kelo::rules::RealRecord;
+using IntArray = kelo::rules::Int32Record;
 
 // The library reports running out of memory through its failure results
 // (a NULL record, a grade or count the routine never gives otherwise); the
@@ -43,11 +39,8 @@ std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   return {a.data, n};
 }
 
-constexpr double kLowestRate = 30.0;
-constexpr double kHighestRate = 220.0;
-
 // The analysis rate as the library's integer argument.
-constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
+constexpr std::int32_t kFs = kelo::rules::kAnalysisRate;
 
 // Each entry point's _initialize routine (re)writes the library's shared
 // non-finite constants, and its _terminate routine does nothing. Runs on
@@ -80,10 +73,10 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   RealArray ecg(must(emxCreateWrapper_real_T(copy.data(), length, 1)));
   IntArray peaks(must(emxCreate_int32_T(length, 1)));
   IntArray windows(must(emxCreate_int32_T(1, 1)));
-  std::int32_t grade = 1;
+  std::int32_t grade = KELO_EXCERPT_USABLE;
   initialize_library();
   detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
-  must(grade != 0);
+  must(grade != KELO_EXCERPT_NOT_GRADED);
   r.excerpt_grade = grade;
 
   const auto found = elements(*peaks);
@@ -104,21 +97,20 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   std::vector<std::int32_t> positions;  // 1-based in the excerpt, as calcHRvar takes them
   for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - excerpt.start + 1));
 
-  r.status = kNoUsableBeats;
+  r.status = KELO_STATUS_NO_USABLE_BEATS;
   const auto count = static_cast<std::int32_t>(positions.size());
   if (count > 1) {
     IntArray beats(must(emxCreateWrapper_int32_T(positions.data(), count, 1)));
     const double rate = calcHRvar(beats.get(), count, kFs);
     must(!std::isnan(rate));  // two or more beats give a number or infinity
-    if (rate >= kLowestRate && rate <= kHighestRate) {
+    if (kelo::rules::heart_rate_accepted(rate)) {
       r.heart_rate = rate;
-      r.status = kSuccess;
+      r.status = KELO_STATUS_SUCCESS;
     } else {
       r.rejected_rate = rate;
     }
   }
-  if (grade == 2) r.status = kClipped;
-  if (grade == 3) r.status = kIrregular;
+  r.status = kelo::rules::status_after_grade(r.status, grade);
   return r;
 }
 
@@ -132,7 +124,7 @@ Periodogram periodogram_of(std::span<const double> t, std::span<const double> rr
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
-  const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  const std::size_t lines = 2 * static_cast<std::size_t>(n - 1);
   must(freq[0] != 0.0);  // the first line lies above 0 Hz: nothing was written
   Periodogram out;
   for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
@@ -157,10 +149,8 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
 // as the bridge reports it.
 HrvResult graded(HrvResult r, int status) {
   r.computed = true;
-  r.spectrum = status == kSuccess;
-  r.status = status;
-  if (r.qrs.excerpt_grade == 2) r.status = kClipped;
-  if (r.qrs.excerpt_grade == 3) r.status = kIrregular;
+  r.spectrum = status == KELO_STATUS_SUCCESS;
+  r.status = kelo::rules::status_after_grade(status, r.qrs.excerpt_grade);
   return r;
 }
 

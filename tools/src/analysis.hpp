@@ -13,9 +13,11 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "keloecgsolver/grades.h"
 #include "beats.hpp"
 #include "recording.hpp"
 #include "resample.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
@@ -57,31 +59,24 @@ struct Excerpt {
 enum class RunKind { Qrs, Hrv };
 
 // Limits of the two runs, in samples at 200 Hz: 15 s for R-peak detection,
-// 3 to 10 minutes for HRV.
-inline constexpr std::int64_t kQrsMinSamples = 3000;
-inline constexpr std::int64_t kHrvMinSamples = 36000;
-inline constexpr std::int64_t kHrvMaxSamples = 120000;
+// 3 to 10 minutes for HRV (the bridge's limits).
+inline constexpr std::int64_t kQrsMinSamples = kelo::rules::kQrsMinSamples;
+inline constexpr std::int64_t kHrvMinSamples = kelo::rules::kHrvMinSamples;
+inline constexpr std::int64_t kHrvMaxSamples = kelo::rules::kMaxSamples;
 
 // The excerpt selected by --start and --duration. Throws InputError naming
 // the recording when it starts beyond the end or is too short for the run;
 // an HRV excerpt longer than 10 minutes is cut to its first 10 minutes.
 Excerpt choose_excerpt(const Prepared& prepared, const AnalysisSettings& settings, RunKind kind);
 
-// Result statuses (the library bridge's codes).
-enum Status : int {
-  kSuccess = 0,
-  kNoUsableBeats = 3,  // fewer than two R peaks, or heart rate outside 30..220 bpm
-  kNoSpectrum = 4,     // HRV: no spectral line below 0.4 Hz
-  kClipped = 5,
-  kIrregular = 6,
-};
+// Result statuses are the bridge's KELO_STATUS_* codes (keloecgsolver/grades.h).
 std::string status_text(int status);
 std::string excerpt_grade_text(int grade);  // 1 usable, 2 clipped, 3 irregular
 std::string window_grade_text(int grade);   // 0 usable, 3 too few beats, 5 clipped, 6 irregular
 
 struct QrsResult {
   Excerpt excerpt;
-  int status = kSuccess;
+  int status = KELO_STATUS_SUCCESS;
   std::optional<double> heart_rate;     // bpm, when accepted (30..220)
   std::optional<double> rejected_rate;  // bpm, when computed but outside the band
   int excerpt_grade = 1;
@@ -110,7 +105,7 @@ struct Periodogram {
 
 struct HrvResult {
   QrsResult qrs;
-  int status = kSuccess;
+  int status = KELO_STATUS_SUCCESS;
   bool computed = false;
   bool spectrum = false;     // the frequency-domain results were formed
   std::string not_computed;  // why the statistics were not computed

@@ -81,15 +81,13 @@ NnHrv hrv_over_nn(const NnSeries& s) {
   std::int32_t status = 0;
   calcHrvTime(s.t.data(), s.rr.data(), s.annotations.data(), static_cast<std::int32_t>(s.intervals), h.time.data(),
               &status);
-  if (status == KELO_HRV_STATUS_NO_MEMORY) {  // kept: the spectrum step would overwrite it
-    h.status = status;
-    return h;
-  }
+  if (status == KELO_HRV_STATUS_NO_MEMORY) throw std::bad_alloc();
   // As calcHrv: no spectrum from fewer than three intervals.
   if (s.nn_rr.size() < 3) {
     status = 4;
   } else {
     calcHrvFreq(s.nn_t.data(), s.nn_rr.data(), static_cast<std::int32_t>(s.nn_rr.size()), h.freq.data(), &status);
+    if (status == KELO_HRV_STATUS_NO_MEMORY) throw std::bad_alloc();
   }
   h.status = status;
   return h;

@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "keloecgsolver/version.h"
 #include "text_util.hpp"
 
 namespace keloecg {
@@ -216,7 +217,7 @@ Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs
               const Validation* validation) {
   Json j = Json::object();
   j["program"] = "keloecg";
-  j["version"] = KELO_VERSION;
+  j["version"] = KELOECGSOLVER_VERSION_STRING;
   j["recording"] = recording_json(p);
   j["settings"] = settings_json(s);
   if (qrs) j["qrs"] = qrs_json(p, *qrs);
@@ -272,7 +273,7 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   std::map<int, int> counts;
   for (int g : q.window_grades) ++counts[g];
   out << "Windows     " << q.window_grades.size() << " x ";
-  if (q.window_grades.size() == 1 && (q.window_s < 5 || q.excerpt.duration_s() < q.window_s * 2)) {
+  if (kelo::rules::one_window_over_all(q.excerpt.length / kelo::rules::kAnalysisRate, q.window_s)) {
     out << "the whole excerpt";
   } else {
     out << q.window_s << " s";
