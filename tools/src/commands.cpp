@@ -352,11 +352,11 @@ int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs
   std::vector<BatchOutcome> outcomes(files.size());
   // Ctrl-C: the recordings under way finish, no new one starts, and the
   // summary covers what finished.
-  const StopOnSignal stop;
+  const StopOnSignal stop_on_signal;
   {
     ProgressBar progress(files.size(), true);
     run_parallel(files.size(), jobs, [&](std::size_t i) {
-      if (stop.requested()) return;
+      if (StopOnSignal::requested()) return;
       outcomes[i] = batch_one(o, files[i], fs::path(out_dir) / (names[i] + ".json"));
       progress.done(files[i].filename().string(), outcomes[i].error.empty());
     });
@@ -387,7 +387,7 @@ int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs
       if (!oc.error.empty()) std::fprintf(stderr, "keloecg: error: %s\n", oc.error.c_str());
     }
   }
-  if (stop.requested()) return stop.exit_status();
+  if (StopOnSignal::requested()) return StopOnSignal::exit_status();
   return failed ? kInputErrorExit : 0;
 }
 

@@ -45,9 +45,9 @@ StopOnSignal::~StopOnSignal() {
   sigaction(SIGTERM, &g_previous_term, nullptr);
 }
 
-bool StopOnSignal::requested() const { return g_signal.load(std::memory_order_relaxed) != 0; }
+bool StopOnSignal::requested() { return g_signal.load(std::memory_order_relaxed) != 0; }
 
-int StopOnSignal::exit_status() const {
+int StopOnSignal::exit_status() {
   const int sig = g_signal.load(std::memory_order_relaxed);
   return sig == 0 ? 0 : 128 + sig;
 }

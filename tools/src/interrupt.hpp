@@ -15,11 +15,11 @@ class StopOnSignal {
   StopOnSignal(const StopOnSignal&) = delete;
   StopOnSignal& operator=(const StopOnSignal&) = delete;
 
-  // Whether a signal came; safe from any thread.
-  bool requested() const;
+  // Whether a signal came while one existed; safe from any thread.
+  static bool requested();
   // The exit status a shell expects of a program the signal stopped
   // (128 + its number), or 0 if none came.
-  int exit_status() const;
+  static int exit_status();
 };
 
 }  // namespace keloecg
