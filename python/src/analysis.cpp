@@ -139,13 +139,11 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade,
     }
     if (rate && labels) {
       series = nn_series(samples, beat_labels);
-      std::lock_guard guard(static_routines_lock().mutex);
       const NnHrv h = hrv_over_nn(*series);
       time = h.time;
       freq = h.freq;
       status = h.status;
     } else if (rate) {
-      std::lock_guard guard(static_routines_lock().mutex);
       calcHrv(positions.data(), count - 1, fs, time.data(), freq.data(), &status);
     } else {
       not_computed = count < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";

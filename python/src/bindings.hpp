@@ -55,13 +55,6 @@ std::vector<std::int32_t> library_positions(std::span<const std::int64_t> sample
 // Throws InputError for anything but a whole number of Hz above 0.
 std::int32_t whole_rate(double fs);
 
-// The library's routines that keep work buffers in static storage (the HRV
-// statistics and periodogram, the fixed-length checks, classification and
-// refinement) run under this one lock, whichever thread calls them: the
-// analysis functions release the Python lock while they work. keloecg's
-// batch runs take it too.
-HrvLock& static_routines_lock();
-
 void register_analysis(py::module_& m);
 void register_checks(py::module_& m);
 void register_files(py::module_& m);

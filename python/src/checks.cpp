@@ -40,7 +40,6 @@ int check_quality(const DoubleArray& ecg, const IndexArray& r_peaks, std::option
   const auto signal = fixed_length(x, KELO_CHECK_LENGTH, "ecg");
   const auto positions = fixed_length<std::int32_t>(beats, KELO_CHECK_LENGTH, "r_peaks");
   py::gil_scoped_release unlocked;
-  std::lock_guard guard(static_routines_lock().mutex);
   return checkQuality(signal.data(), static_cast<std::int32_t>(x.size()),
                       full_scale.value_or(std::numeric_limits<double>::infinity()), positions.data(),
                       static_cast<std::int32_t>(beats.size()));
@@ -118,7 +117,6 @@ py::dict refine(const DoubleArray& ecg, const IndexArray& r_peaks, double rate) 
   std::int32_t count = 0;
   {
     py::gil_scoped_release unlocked;
-    std::lock_guard guard(static_routines_lock().mutex);
     refineQrsDetection(signal.data(), beats_in.data(), static_cast<std::int32_t>(given.size()), fs, beats_out.data(),
                        &count);
   }

@@ -150,7 +150,7 @@ py::tuple analyse_for_batch(const std::string& file, const std::string& json_pat
   BatchOutcome outcome;
   {
     py::gil_scoped_release unlocked;
-    outcome = batch_one(o, file, json_path, static_routines_lock());
+    outcome = batch_one(o, file, json_path);
   }
   return py::make_tuple(outcome.error.empty() ? py::object(py::none()) : py::object(py::str(outcome.error)),
                         outcome.summary);

@@ -11,11 +11,6 @@
 
 namespace keloecg::python {
 
-HrvLock& static_routines_lock() {
-  static HrvLock lock;
-  return lock;
-}
-
 std::vector<std::int32_t> library_positions(std::span<const std::int64_t> samples, const char* what, bool ascending) {
   std::vector<std::int32_t> positions;
   positions.reserve(samples.size());

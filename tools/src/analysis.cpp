@@ -165,7 +165,7 @@ HrvResult graded(HrvResult r, int status) {
 
 }  // namespace
 
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
+HrvResult run_hrv(QrsResult qrs, bool with_periodogram) {
   HrvResult r;
   r.qrs = std::move(qrs);
   const QrsResult& q = r.qrs;
@@ -177,12 +177,9 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
   if (q.beats == BeatsMode::All) {
     // Every beat: NN intervals only.
     const NnSeries series = nn_series(q.r_peaks, q.labels);
-    NnHrv h;
-    {
-      std::lock_guard guard(lock.mutex);
-      h = hrv_over_nn(series);
-      if (with_periodogram) r.periodogram = periodogram_of(series.nn_t, series.nn_rr);
-    }
+    const NnHrv h = hrv_over_nn(series);
+    must(h.status != KELO_HRV_STATUS_NO_MEMORY);
+    if (with_periodogram) r.periodogram = periodogram_of(series.nn_t, series.nn_rr);
     r.time = h.time;
     r.freq = h.freq;
     r.intervals = series.intervals;
@@ -195,12 +192,9 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
   peaks.reserve(q.r_peaks.size());
   for (auto s : q.r_peaks) peaks.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
   std::int32_t status = 0;
-  {
-    std::lock_guard guard(lock.mutex);
-    calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
-    must(status != KELO_HRV_STATUS_NO_MEMORY);
-    if (with_periodogram) r.periodogram = periodogram(peaks);
-  }
+  calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
+  must(status != KELO_HRV_STATUS_NO_MEMORY);
+  if (with_periodogram) r.periodogram = periodogram(peaks);
   return graded(std::move(r), status);
 }
 

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -124,15 +123,9 @@ struct HrvResult {
   std::optional<std::size_t> intervals, excluded_intervals;
 };
 
-// The HRV statistics are computed with routines that keep static state;
-// every run takes this lock around them so that runs on several threads
-// do not interfere.
-struct HrvLock {
-  std::mutex mutex;
-};
-
 // The HRV run on the R peaks of `qrs` (detected over the HRV excerpt).
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram);
+// Runs on several threads at once do not interfere.
+HrvResult run_hrv(QrsResult qrs, bool with_periodogram);
 
 // A second look at the detected beats, for the report: the library's beat
 // classification (shape against the average beat) and its RR check (beats

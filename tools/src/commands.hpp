@@ -44,6 +44,7 @@ std::vector<std::filesystem::path> gather_inputs(const std::vector<std::string>&
 std::vector<std::string> output_names(const std::vector<std::filesystem::path>& files);
 
 struct BatchOutcome {
+  bool ran = false;                  // false: an interruption came before it started
   std::string error;                 // empty when the recording was analysed
   std::vector<std::string> summary;  // its row of summary.csv (summary_header())
   std::optional<Validation> validation;
@@ -52,6 +53,6 @@ struct BatchOutcome {
 // One recording of a batch: its JSON document written to json_path, and its
 // summary row. Never throws: a failure is the outcome's error.
 BatchOutcome batch_one(const CommonOptions& o, const std::filesystem::path& file,
-                       const std::filesystem::path& json_path, HrvLock& lock);
+                       const std::filesystem::path& json_path);
 
 }  // namespace keloecg
