@@ -203,7 +203,7 @@ TEST(Program, EveryInputErrorIsOneLineAndWritesNothing) {
       {{"qrs"}, "cut.edf", "cannot read an EDF/BDF header (the file is too short or damaged)"},
       {{"qrs"}, "bad.edf", "not a valid EDF/BDF file (its header has format errors)"},
       {{"hrv", "--fs", "200"}, minute, "recording too short: 1:00.0, HRV needs at least 3 minutes"},
-      {{"qrs", "--fs", "60000"}, minute, "a sampling rate of 60000 Hz cannot be brought to 200 Hz (rates from 0.79 to 51200 Hz can)"},
+      {{"qrs", "--fs", "60000"}, minute, "a sampling rate of 60000 Hz is outside what keloecg analyses (50 Hz to 10 kHz)"},
       {{"validate", "--fs", "200", minute, "--annotations"}, refs, "line 2: expected \"sample [symbol]\""},
       {{"validate", "--fs", "200", minute, flat, "--annotations", refs}, "",
        "give one --annotations per FILE (2 files, 1 annotation files)", false},

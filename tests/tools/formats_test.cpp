@@ -228,6 +228,40 @@ TEST(Formats, RawFloatsWithSidecar) {
   EXPECT_EQ(load(dir / "r64.f64", "", 128).samples, x);
 }
 
+// A part of a recording (from_s to to_s) is the same stretch of samples as
+// in the whole recording, in every format; WFDB files are read from an odd
+// frame of two interleaved signals on.
+TEST(Formats, PartsAreTheSameSamplesAsInTheWhole) {
+  TempDir dir;
+  std::vector<int> a(1001), b(1001);
+  std::vector<double> mv(1000);
+  for (int i = 0; i < 1001; ++i) a[static_cast<std::size_t>(i)] = (i * 37) % 1500 - 700, b[static_cast<std::size_t>(i)] = -i;
+  for (std::size_t i = 0; i < mv.size(); ++i) mv[i] = std::sin(0.1 * static_cast<double>(i));
+  kelo::test::write_wfdb(dir.path(), "w212", 212, 100, {b, a}, {"I", "II"});
+  kelo::test::write_wfdb(dir.path(), "w16", 16, 100, {a}, {"II"});
+  kelo::test::write_raw<float>(dir / "r.f32", mv);
+  kelo::test::write_edf(dir / "r.edf", false, 100, {mv}, {"ECG"}, "mV", 5.0);
+  std::string csv;
+  for (double v : mv) csv += std::to_string(v) + "\n";
+  kelo::test::write_text(dir / "r.csv", csv);
+  for (const char* name : {"w212.hea", "w16.hea", "r.f32", "r.edf", "r.csv"}) {
+    SCOPED_TRACE(name);
+    LoadOptions o;
+    o.lead = std::string(name) == "w212.hea" ? "II" : "";
+    o.fs = std::string(name).starts_with("r.") && std::string(name) != "r.edf" ? std::optional(100.0) : std::nullopt;
+    const auto whole = load_recording(dir / name, o);
+    o.from_s = 3.33;
+    o.to_s = 7.1;
+    const auto part = load_recording(dir / name, o);
+    EXPECT_EQ(std::tuple(part.first_sample, part.total_samples, part.samples.size()),
+              std::tuple(std::int64_t{333}, whole.total_samples, std::size_t{378}));
+    EXPECT_TRUE(std::equal(part.samples.begin(), part.samples.end(), whole.samples.begin() + 333));
+    o.from_s = 5.0;
+    o.to_s.reset();  // to the end
+    EXPECT_EQ(load_recording(dir / name, o).samples.size(), whole.samples.size() - 500);
+  }
+}
+
 TEST(Formats, ReferenceBeatsFromAtrAndText) {
   const auto atr = load_reference_beats(kData / "mitdb100-10s.atr", 360);
   ASSERT_EQ(atr.samples.size(), 13u);  // the rhythm annotation at 18 is not a beat

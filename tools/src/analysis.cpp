@@ -3,12 +3,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <span>
 
 #include "keloecgsolver/keloecgsolver.h"
+#include "parallel.hpp"
+#include "segments.hpp"
 
 namespace keloecg {
 
@@ -27,6 +30,13 @@ std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   std::size_t n = a.numDimensions > 0 ? 1 : 0;
   for (int d = 0; d < a.numDimensions; ++d) n *= static_cast<std::size_t>(std::max(a.size[d], 0));
   return {a.data, n};
+}
+
+// A column record over samples the library only reads (detectWaves and
+// classifyQRSvar take their signal read-only), so that a long excerpt is
+// not copied.
+RealArray wrap(std::span<const double> x) {
+  return RealArray(emxCreateWrapper_real_T(const_cast<double*>(x.data()), static_cast<std::int32_t>(x.size()), 1));
 }
 
 constexpr double kLowestRate = 30.0;
@@ -52,6 +62,70 @@ void initialize_library() {
 
 }  // namespace
 
+namespace {
+
+// One detectWaves run: R peaks as 0-based sample numbers of the whole
+// recording, the window grades and the excerpt grade.
+struct Detected {
+  std::vector<std::int64_t> peaks;
+  std::vector<int> windows;
+  int grade = 1;
+};
+
+Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int window_s) {
+  RealArray ecg(wrap(p.excerpt(e)));
+  IntArray peaks(emxCreate_int32_T(0, 1));
+  IntArray windows(emxCreate_int32_T(1, 1));
+  std::int32_t grade = 1;
+  detectWaves(ecg.get(), full_scale, kFs, window_s, peaks.get(), &grade, windows.get());
+  Detected d;
+  d.grade = grade;
+  const auto found = elements(*peaks);
+  d.peaks.reserve(found.size());
+  // 1-based positions in the excerpt become 0-based sample numbers of the
+  // whole recording.
+  for (auto pos : found) d.peaks.push_back(static_cast<std::int64_t>(pos) - 1 + e.start);
+  const auto grades = elements(*windows);
+  d.windows.assign(grades.begin(), grades.end());
+  return d;
+}
+
+// The number of quality windows of an excerpt, by the library's rule.
+std::int64_t window_count(std::int64_t samples, int window_s) {
+  const double seconds = static_cast<double>(samples) / kAnalysisRate;
+  if (std::floor(seconds) >= window_s && window_s >= 5) return static_cast<std::int64_t>(std::floor(seconds / window_s));
+  return 1;
+}
+
+// The grades of segments detected apart, put together: each window takes
+// the grade of the segment whose core holds it; a single window over the
+// whole excerpt and the excerpt grade are formed over the joined beats.
+void grade_joined(const Prepared& p, const SegmentPlan& plan, const std::vector<Detected>& parts, double full_scale,
+                  int window_s, QrsResult& r) {
+  const Excerpt& e = r.excerpt;
+  const auto x = p.excerpt(e);
+  std::vector<std::int64_t> relative;
+  relative.reserve(r.r_peaks.size());
+  for (auto peak : r.r_peaks) relative.push_back(peak - e.start);
+  r.excerpt_grade = excerpt_grade(x, relative, full_scale);
+  const std::int64_t windows = window_count(e.length, window_s);
+  if (windows == 1) {
+    r.window_grades = {window_grade(x, relative, full_scale)};
+    return;
+  }
+  const std::int64_t length = static_cast<std::int64_t>(window_s) * kFs;
+  r.window_grades.resize(static_cast<std::size_t>(windows));
+  std::size_t k = 0;
+  for (std::int64_t w = 0; w < windows; ++w) {
+    const std::int64_t from = e.start + w * length;
+    while (plan.segments[k].core_end <= from) ++k;
+    const auto local = static_cast<std::size_t>((from - plan.segments[k].span.start) / length);
+    r.window_grades[static_cast<std::size_t>(w)] = parts[k].windows.at(local);
+  }
+}
+
+}  // namespace
+
 QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
   QrsResult r;
   r.excerpt = excerpt;
@@ -61,28 +135,43 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   // exceeds 0.97 times infinity.
   const double full_scale = r.full_scale.value_or(std::numeric_limits<double>::infinity());
 
-  const auto length = static_cast<std::int32_t>(excerpt.length);
-  std::vector<double> copy(p.samples.begin() + excerpt.start, p.samples.begin() + excerpt.end());
-  RealArray ecg(emxCreateWrapper_real_T(copy.data(), length, 1));
-  IntArray peaks(emxCreate_int32_T(length, 1));
-  IntArray windows(emxCreate_int32_T(1, 1));
-  std::int32_t grade = 1;
+  const SegmentPlan plan = plan_segments(excerpt, settings.segment_s, settings.window_s);
+  std::vector<Detected> parts(plan.segments.size());
+  std::vector<std::exception_ptr> failures(parts.size());
   initialize_library();
-  detectWaves(ecg.get(), full_scale, kFs, settings.window_s, peaks.get(), &grade, windows.get());
-  r.excerpt_grade = grade;
-
-  const auto found = elements(*peaks);
-  r.r_peaks.reserve(found.size());
-  // 1-based positions in the excerpt become 0-based sample numbers of the
-  // whole recording.
-  for (auto pos : found) r.r_peaks.push_back(static_cast<std::int64_t>(pos) - 1 + excerpt.start);
-  const auto grades = elements(*windows);
-  r.window_grades.assign(grades.begin(), grades.end());
+  run_parallel(parts.size(), settings.threads, [&](std::size_t k) {
+    try {
+      parts[k] = detect(p, plan.segments[k].span, full_scale, settings.window_s);
+    } catch (...) {
+      failures[k] = std::current_exception();
+    }
+  });
+  for (const auto& f : failures) {
+    if (f) std::rethrow_exception(f);
+  }
+  r.detection.segments = parts.size();
+  r.detection.segment_s = static_cast<double>(plan.segment) / kAnalysisRate;
+  r.detection.overlap_s = static_cast<double>(plan.overlap) / kAnalysisRate;
+  if (parts.size() == 1) {
+    r.r_peaks = std::move(parts[0].peaks);
+    r.window_grades = std::move(parts[0].windows);
+    r.excerpt_grade = parts[0].grade;
+  } else {
+    std::vector<std::vector<std::int64_t>> beats;
+    for (auto& d : parts) beats.push_back(std::move(d.peaks));
+    std::vector<Seam> seams;
+    r.r_peaks = join_segments(plan, beats, seams);
+    for (const auto& seam : seams) (seam.agreed ? r.detection.seams_agreed : r.detection.seams_other)++;
+    grade_joined(p, plan, parts, full_scale, settings.window_s, r);
+  }
 
   r.status = kNoUsableBeats;
-  const auto count = static_cast<std::int32_t>(found.size());
-  if (count > 1) {
-    const double rate = calcHRvar(peaks.get(), count, kFs);
+  if (r.r_peaks.size() > 1) {
+    std::vector<std::int32_t> positions;  // 1-based within the excerpt
+    positions.reserve(r.r_peaks.size());
+    for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - excerpt.start + 1));
+    IntArray peaks(emxCreateWrapper_int32_T(positions.data(), static_cast<std::int32_t>(positions.size()), 1));
+    const double rate = calcHRvar(peaks.get(), static_cast<std::int32_t>(positions.size()), kFs);
     if (rate >= kLowestRate && rate <= kHighestRate) {
       r.heart_rate = rate;
       r.status = kSuccess;
@@ -90,8 +179,8 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
       r.rejected_rate = rate;
     }
   }
-  if (grade == 2) r.status = kClipped;
-  if (grade == 3) r.status = kIrregular;
+  if (r.excerpt_grade == 2) r.status = kClipped;
+  if (r.excerpt_grade == 3) r.status = kIrregular;
   return r;
 }
 
@@ -151,11 +240,10 @@ BeatReview review_beats(const Prepared& p, const QrsResult& q) {
   BeatReview review;
   const auto n = static_cast<std::int32_t>(q.r_peaks.size());
   if (n == 0) return review;
-  std::vector<double> excerpt(p.samples.begin() + q.excerpt.start, p.samples.begin() + q.excerpt.end());
   std::vector<std::int32_t> positions;  // 1-based within the excerpt
   for (auto s : q.r_peaks) positions.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
 
-  RealArray signal(emxCreateWrapper_real_T(excerpt.data(), static_cast<std::int32_t>(excerpt.size()), 1));
+  RealArray signal(wrap(p.excerpt(q.excerpt)));
   IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
   IntArray classes(emxCreate_int32_T(1, 1));
   initialize_library();

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,18 +25,11 @@ struct AnalysisSettings {
   std::optional<double> duration_s;  // default: to the end (HRV: at most 10 minutes)
   std::optional<double> full_scale;  // overrides what the recording's format tells
   int window_s = 10;                 // length of a quality window
+  // Excerpts of two segments or more are detected in segments of this
+  // length (see segments.hpp); 0 detects every excerpt in one pass.
+  double segment_s = 600.0;
+  unsigned threads = 1;  // segments detected at once
 };
-
-// The recording at the analysis rate.
-struct Prepared {
-  Recording recording;           // original rate; its samples are kept for the report
-  std::vector<double> samples;   // 200 Hz, the whole recording
-  RateMap map;
-
-  bool resampled() const { return recording.fs != kAnalysisRate; }
-};
-
-Prepared prepare(Recording recording);
 
 // A stretch of the 200 Hz recording.
 struct Excerpt {
@@ -45,8 +39,32 @@ struct Excerpt {
 
   double start_s() const { return static_cast<double>(start) / kAnalysisRate; }
   double duration_s() const { return static_cast<double>(length) / kAnalysisRate; }
+  double end_s() const { return static_cast<double>(end()) / kAnalysisRate; }
   std::int64_t end() const { return start + length; }
 };
+
+// The part of a recording that an analysis with these settings reads: the
+// excerpt and a second on each side (far more than the resampler reaches).
+LoadOptions read_window(LoadOptions options, const AnalysisSettings& settings);
+
+// The recording at the analysis rate: the stretch of it that the settings
+// select (all of it by default), resampled to 200 Hz.
+struct Prepared {
+  Recording recording;          // as read; its samples are released once resampled
+  std::vector<double> samples;  // samples offset .. offset + samples.size() - 1 of the recording at 200 Hz
+  std::int64_t offset = 0;
+  std::int64_t total = 0;       // samples of the whole recording at 200 Hz
+  RateMap map;
+
+  bool resampled() const { return recording.fs != kAnalysisRate; }
+  // The samples of an excerpt (which must lie in the prepared stretch).
+  std::span<const double> excerpt(const Excerpt& e) const;
+};
+
+// Resamples the stretch that `settings` selects. `recording` must hold it
+// with the margin of read_window. Throws InputError when the stretch starts
+// beyond the end of the recording.
+Prepared prepare(Recording recording, const AnalysisSettings& settings);
 
 enum class RunKind { Qrs, Hrv };
 
@@ -73,8 +91,18 @@ std::string status_text(int status);
 std::string excerpt_grade_text(int grade);  // 1 usable, 2 clipped, 3 irregular
 std::string window_grade_text(int grade);   // 0 usable, 3 too few beats, 5 clipped, 6 irregular
 
+// How the R peaks of an excerpt were detected.
+struct DetectionInfo {
+  std::size_t segments = 1;  // 1: the whole excerpt in one pass
+  double segment_s = 0.0;
+  double overlap_s = 0.0;
+  std::size_t seams_agreed = 0;  // joined between two beats both segments found
+  std::size_t seams_other = 0;   // joined without such beats
+};
+
 struct QrsResult {
   Excerpt excerpt;
+  DetectionInfo detection;
   int status = kSuccess;
   std::optional<double> heart_rate;     // bpm, when accepted (30..220)
   std::optional<double> rejected_rate;  // bpm, when computed but outside the band

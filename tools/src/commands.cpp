@@ -34,13 +34,13 @@ void warn(const std::string& what) { std::fprintf(stderr, "keloecg: warning: %s\
 std::string input_or_bundled(const std::string& file) { return file.empty() ? bundled_recording() : file; }
 
 Prepared load(const CommonOptions& o, const std::string& file) {
-  Recording rec = load_recording(file, o.load);
+  Recording rec = load_recording(file, read_window(o.load, o.analysis));
   // Text output shows the notes; keep machine-readable output clean and
   // still tell the person at the terminal.
   if (o.json || o.csv) {
     for (const auto& w : rec.warnings) warn(rec.path + ": " + w);
   }
-  return prepare(std::move(rec));
+  return prepare(std::move(rec), o.analysis);
 }
 
 std::string dump(const Json& j) { return j.dump(2) + "\n"; }
@@ -106,7 +106,18 @@ std::string bundled_recording() {
   return path.string();
 }
 
-int command_qrs(const CommonOptions& o, const std::string& file) {
+namespace {
+
+// A single recording: its segments are detected on all cores.
+CommonOptions on_all_cores(CommonOptions o) {
+  o.analysis.threads = default_jobs();
+  return o;
+}
+
+}  // namespace
+
+int command_qrs(const CommonOptions& options, const std::string& file) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   const QrsResult q = run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Qrs), o.analysis);
   if (o.json) {
@@ -119,7 +130,8 @@ int command_qrs(const CommonOptions& o, const std::string& file) {
   return 0;
 }
 
-int command_hrv(const CommonOptions& o, const std::string& file) {
+int command_hrv(const CommonOptions& options, const std::string& file) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   HrvLock lock;
   const HrvResult h = run_hrv(run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), lock, false);
@@ -133,7 +145,8 @@ int command_hrv(const CommonOptions& o, const std::string& file) {
   return 0;
 }
 
-int command_report(const CommonOptions& o, const std::string& file, const std::string& annotations) {
+int command_report(const CommonOptions& options, const std::string& file, const std::string& annotations) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   std::string why;
   const auto hrv_range = hrv_excerpt(p, o.analysis, why);

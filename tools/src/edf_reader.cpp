@@ -82,7 +82,13 @@ Recording read_edf(const fs::path& path, const LoadOptions& options) {
   rec.full_scale = std::max(std::abs(param.phys_max), std::abs(param.phys_min));
   rec.full_scale_source = "physical range of the file";
 
-  rec.samples.resize(static_cast<std::size_t>(param.smp_in_file));
+  rec.total_samples = param.smp_in_file;
+  const auto range = requested_range(options, rec.fs, rec.total_samples);
+  rec.first_sample = range.first;
+  rec.samples.resize(static_cast<std::size_t>(range.last - range.first));
+  if (range.first > 0 && edfseek(file.handle, lead, range.first, EDFSEEK_SET) != range.first) {
+    throw InputError(where, "cannot seek to sample " + std::to_string(range.first));
+  }
   std::size_t done = 0;
   while (done < rec.samples.size()) {
     const int chunk = static_cast<int>(std::min<std::size_t>(rec.samples.size() - done, 1 << 20));

@@ -16,7 +16,8 @@ struct CommonFlags {
   CLI::Option* fs = nullptr;
   CLI::Option* full_scale = nullptr;
   CLI::Option* duration = nullptr;
-  double fs_value = 0, full_scale_value = 0, duration_value = 0;
+  CLI::Option* segment = nullptr;
+  double fs_value = 0, full_scale_value = 0, duration_value = 0, segment_minutes = 10;
 };
 
 void add_common(CLI::App* cmd, CommonOptions& o, CommonFlags& f, bool outputs) {
@@ -35,6 +36,12 @@ void add_common(CLI::App* cmd, CommonOptions& o, CommonFlags& f, bool outputs) {
       ->check(CLI::Range(1, 86400))
       ->capture_default_str()
       ->group("Analysis");
+  f.segment = cmd->add_option("--segment", f.segment_minutes,
+                              "Detect excerpts of two segments or more in segments of this many minutes, "
+                              "overlapping by 30 s (0: the whole excerpt in one pass)")
+                  ->check(CLI::Range(0.0, 100000.0))
+                  ->capture_default_str()
+                  ->group("Analysis");
   cmd->add_option("--lead", o.load.lead,
                   "Lead to analyse: 0-based index or name (WFDB signal, EDF label, CSV column)")
       ->group("Input");
@@ -55,6 +62,7 @@ void apply(const CommonFlags& f, CommonOptions& o) {
   if (f.fs->count()) o.load.fs = f.fs_value;
   if (f.full_scale->count()) o.analysis.full_scale = f.full_scale_value;
   if (f.duration->count()) o.analysis.duration_s = f.duration_value;
+  o.analysis.segment_s = f.segment_minutes * 60.0;
 }
 
 constexpr const char* kFooter =

@@ -77,13 +77,13 @@ Json recording_json(const Prepared& p) {
   j["lead"] = {{"index", r.lead_index}, {"name", r.lead_name()}};
   j["leads"] = r.lead_names;
   j["sampling_rate_hz"] = r.fs;
-  j["samples"] = r.samples.size();
+  j["samples"] = r.total_samples;
   j["duration_s"] = r.duration_s();
   j["units"] = r.units;
   j["full_scale"] = nullable(r.full_scale);
   if (r.full_scale) j["full_scale_source"] = r.full_scale_source;
   j["resampled_to_200hz"] = p.resampled();
-  j["samples_200hz"] = p.samples.size();
+  j["samples_200hz"] = p.total;
   j["warnings"] = r.warnings;
   return j;
 }
@@ -97,9 +97,23 @@ Json settings_json(const AnalysisSettings& s) {
   return j;
 }
 
+Json detection_json(const DetectionInfo& d) {
+  Json j;
+  j["way"] = d.segments == 1 ? "whole excerpt in one pass" : "overlapping segments";
+  j["segments"] = d.segments;
+  if (d.segments > 1) {
+    j["segment_s"] = d.segment_s;
+    j["overlap_s"] = d.overlap_s;
+    j["seams_joined_on_common_beats"] = d.seams_agreed;
+    j["seams_joined_otherwise"] = d.seams_other;
+  }
+  return j;
+}
+
 Json qrs_json(const Prepared& p, const QrsResult& q) {
   Json j;
   j["excerpt"] = excerpt_json(q.excerpt);
+  j["detection"] = detection_json(q.detection);
   j["status"] = q.status;
   j["status_text"] = status_text(q.status);
   j["heart_rate_bpm"] = nullable(q.heart_rate);
@@ -196,8 +210,8 @@ std::string recording_text(const Prepared& p) {
   const bool named = !r.name.empty() && std::filesystem::path(r.path).stem().string() != r.name;
   out << " (" << (named ? "record " + r.name + ", " : "") << lead << ")\n";
   out << "            " << r.format << ", " << number(r.fs) << " Hz, " << clock_text(r.duration_s()) << ", "
-      << r.samples.size() << " samples";
-  if (p.resampled()) out << ", resampled to 200 Hz (" << p.samples.size() << " samples)";
+      << r.total_samples << " samples";
+  if (p.resampled()) out << ", resampled to 200 Hz (" << p.total << " samples)";
   out << "\n";
   for (const auto& w : r.warnings) out << "Note        " << w << "\n";
   return out.str();
@@ -210,6 +224,15 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
       << " (" << q.excerpt.length << " samples at 200 Hz)";
   if (q.excerpt.capped) out << ", the first 10 minutes: HRV is computed over 3 to 10 minutes";
   out << "\n";
+  out << "Detection   ";
+  if (q.detection.segments == 1) {
+    out << "the whole excerpt in one pass\n";
+  } else {
+    out << q.detection.segments << " segments of " << clock_text(q.detection.segment_s) << " overlapping by "
+        << number(q.detection.overlap_s) << " s; " << q.detection.seams_agreed << " of "
+        << q.detection.seams_agreed + q.detection.seams_other
+        << " seams joined between beats both segments found\n";
+  }
   out << "Status      " << q.status << " " << status_text(q.status) << "\n";
   out << "Heart rate  ";
   if (q.heart_rate) {

@@ -104,7 +104,8 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
 
   // The excerpt at 200 Hz as float32: exact for display, a third of the
   // size of decimal text.
-  std::vector<float> samples(p.samples.begin() + q.excerpt.start, p.samples.begin() + q.excerpt.end());
+  const auto excerpt = p.excerpt(q.excerpt);
+  std::vector<float> samples(excerpt.begin(), excerpt.end());
   data["ecg"] = {{"fs", kAnalysisRate},
                  {"start_sample", q.excerpt.start},
                  {"f32", base64(samples.data(), samples.size() * sizeof(float))}};

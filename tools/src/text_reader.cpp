@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 
 #include "errors.hpp"
 #include "file_util.hpp"
@@ -135,25 +136,49 @@ Recording read_text_table(const fs::path& path, const LoadOptions& options) {
   if (delimiter == 0) throw InputError(where, "holds no samples");
   rec.lead_index = column;
   apply_sidecar(path, options, rec);
+  // The whole table has been read (its length is only known at its end);
+  // only the samples asked for are kept.
+  rec.total_samples = static_cast<std::int64_t>(rec.samples.size());
+  const auto range = requested_range(options, rec.fs, rec.total_samples);
+  rec.first_sample = range.first;
+  rec.samples.erase(rec.samples.begin() + range.last, rec.samples.end());
+  rec.samples.erase(rec.samples.begin(), rec.samples.begin() + range.first);
+  rec.samples.shrink_to_fit();
   return rec;
 }
 
 Recording read_raw(const fs::path& path, const LoadOptions& options, int bytes_per_sample) {
   const std::string where = display(path);
-  const auto bytes = read_bytes(path);
-  if (bytes.size() % static_cast<std::size_t>(bytes_per_sample) != 0) {
-    throw InputError(where, "size " + std::to_string(bytes.size()) + " bytes is not a whole number of " +
+  require_readable_file(path);
+  std::error_code ec;
+  const auto size = static_cast<std::int64_t>(fs::file_size(path, ec));
+  if (ec) throw InputError(where, "cannot read its size: " + ec.message());
+  const auto width = static_cast<std::int64_t>(bytes_per_sample);
+  if (size % width != 0) {
+    throw InputError(where, "size " + std::to_string(size) + " bytes is not a whole number of " +
                                 (bytes_per_sample == 4 ? "float32" : "float64") + " samples");
   }
   Recording rec;
   rec.format = bytes_per_sample == 4 ? "float32" : "float64";
   rec.lead_names = {""};
   choose_lead(rec.lead_names, options.lead, where);
-  const std::size_t n = bytes.size() / static_cast<std::size_t>(bytes_per_sample);
+  apply_sidecar(path, options, rec);
+
+  // Only the bytes of the samples asked for are read.
+  rec.total_samples = size / width;
+  const auto range = requested_range(options, rec.fs, rec.total_samples);
+  rec.first_sample = range.first;
+  const auto n = static_cast<std::size_t>(range.last - range.first);
+  std::vector<char> bytes(n * static_cast<std::size_t>(width));
+  std::ifstream in(path, std::ios::binary);
+  in.seekg(range.first * width);
+  if (!in || !in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
+    throw InputError(where, "read error (did the file change while it was read?)");
+  }
   rec.samples.resize(n);
   static_assert(std::endian::native == std::endian::little, "raw input is read as little-endian");
   for (std::size_t i = 0; i < n; ++i) {
-    const auto* p = bytes.data() + i * static_cast<std::size_t>(bytes_per_sample);
+    const char* p = bytes.data() + i * static_cast<std::size_t>(width);
     if (bytes_per_sample == 4) {
       float f;
       std::memcpy(&f, p, sizeof f);
@@ -162,7 +187,6 @@ Recording read_raw(const fs::path& path, const LoadOptions& options, int bytes_p
       std::memcpy(&rec.samples[i], p, sizeof(double));
     }
   }
-  apply_sidecar(path, options, rec);
   return rec;
 }
 
