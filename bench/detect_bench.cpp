@@ -1,39 +1,58 @@
-// detectWaves and the detector alone on ten minutes of ECG at 200 Hz
-// (120,000 samples), tiled from a bundled three-minute excerpt of a real
-// recording (tests/data/detect). Run from the default preset:
+// detectWaves and the detector on recordings of 10 minutes, 30 minutes and
+// 24 hours at 200 Hz. Run from the default preset:
 //   build/default/bench/bench_detect
+//
+// The recordings are the bundled three-minute excerpts of the detection
+// tests (records 100, 119 and 203 of the MIT-BIH Arrhythmia Database, see
+// tests/data/detect/README.md) laid end to end as often as needed. With
+// KELO_BENCH_RECORDING set to a raw float32 file at 200 Hz (a whole 30-minute
+// record, say), that recording is used instead, repeated to length.
+//
+// Counters: samples/s, peak_B/sample (the most heap in use during one
+// call, beyond the caller's input, per sample) and the instruction-set path
+// the kernels took.
 #include <benchmark/benchmark.h>
 
-#include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "alloc_meter.hpp"
+#include "detect/detector.hpp"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/lifecycle.h"
+#include "reference/detector.hpp"
 #include "runtime/emx.hpp"
 
 namespace {
 
 constexpr int32_t kFs = 200;
-constexpr std::size_t kSamples = 120000;  // 10 minutes
-const char* const kRecords[] = {"100", "119", "203"};
 
-// The excerpt of `record`, repeated until kSamples samples; empty when the
-// file cannot be read.
-std::vector<double> ten_minutes(const std::string& record) {
-  std::ifstream in(std::string(KELO_DETECT_DATA_DIR) + "/" + record + ".f32", std::ios::binary);
-  std::vector<double> excerpt;
-  unsigned char b[4];
-  while (in.read(reinterpret_cast<char*>(b), 4)) {
-    const uint32_t bits = uint32_t{b[0]} | uint32_t{b[1]} << 8 | uint32_t{b[2]} << 16 |
-                          uint32_t{b[3]} << 24;
-    excerpt.push_back(static_cast<double>(std::bit_cast<float>(bits)));
-  }
+std::vector<double> read_f32(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
   std::vector<double> x;
-  if (excerpt.empty()) return x;
-  while (x.size() < kSamples) x.push_back(excerpt[x.size() % excerpt.size()]);
+  float f;
+  while (in.read(reinterpret_cast<char*>(&f), sizeof f)) x.push_back(f);
+  return x;
+}
+
+// `minutes` of ECG at 200 Hz (30 minutes: the 361,112 samples of a whole
+// MIT-BIH record).
+std::vector<double> recording(int64_t minutes) {
+  std::vector<double> source;
+  if (const char* path = std::getenv("KELO_BENCH_RECORDING")) source = read_f32(path);
+  if (source.empty())
+    for (const char* r : {"100", "119", "203"}) {
+      const std::vector<double> part = read_f32(std::string(KELO_DETECT_DATA_DIR) + "/" + r + ".f32");
+      source.insert(source.end(), part.begin(), part.end());
+    }
+  const std::size_t n = minutes == 30 ? 361112 : static_cast<std::size_t>(minutes * 60 * kFs);
+  std::vector<double> x;
+  if (source.empty()) return x;
+  x.reserve(n);
+  while (x.size() < n) x.push_back(source[x.size() % source.size()]);
   return x;
 }
 
@@ -44,51 +63,64 @@ kelo::EmxReal column(const std::vector<double>& values) {
   return r;
 }
 
+void report(benchmark::State& state, std::size_t samples, std::size_t peakBytes) {
+  state.counters["samples/s"] = benchmark::Counter(static_cast<double>(samples),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["peak_B/sample"] = static_cast<double>(peakBytes) / static_cast<double>(samples);
+  state.SetLabel(kelo::simd::isa_name(kelo::simd::best_isa()));
+}
+
 void BM_DetectWaves(benchmark::State& state) {
-  const std::string record = kRecords[state.range(0)];
-  const std::vector<double> ecg = ten_minutes(record);
-  if (ecg.empty()) {
-    state.SkipWithError("recording not found");
-    return;
-  }
+  const std::vector<double> ecg = recording(state.range(0));
+  if (ecg.empty()) return state.SkipWithError("recording not found");
   const kelo::EmxReal x = column(ecg);
   detectWaves_initialize();
-  int32_t beats = 0;
+  std::size_t peak = 0;
   for (auto _ : state) {
     kelo::EmxInt32 rPeaks(2), windows(2);
     int32_t quality = 0;
+    const std::size_t before = kelo::bench::heap_use().current;
+    kelo::bench::reset_heap_peak();
     detectWaves(x, 10.0, kFs, 10, rPeaks, &quality, windows);
-    beats = rPeaks->size[0];
+    peak = kelo::bench::heap_use().peak - before;
     benchmark::DoNotOptimize(quality);
   }
-  state.SetLabel("record " + record);
-  state.counters["beats"] = beats;
-  state.counters["samples/s"] =
-      benchmark::Counter(static_cast<double>(kSamples), benchmark::Counter::kIsIterationInvariantRate);
+  report(state, ecg.size(), peak);
 }
 
+// The exported detector, which also returns its threshold curve (computed
+// in full, one pow per sample).
 void BM_Detector(benchmark::State& state) {
-  const std::string record = kRecords[state.range(0)];
-  const std::vector<double> ecg = ten_minutes(record);
-  if (ecg.empty()) {
-    state.SkipWithError("recording not found");
-    return;
-  }
+  const std::vector<double> ecg = recording(state.range(0));
+  if (ecg.empty()) return state.SkipWithError("recording not found");
   detectWaves_initialize();
+  std::size_t peak = 0;
   for (auto _ : state) {
-    // The detector centres its input in place: a fresh copy each time (the
-    // copy costs well under 1 % of the run).
-    kelo::EmxReal x = column(ecg);
+    state.PauseTiming();
+    kelo::EmxReal x = column(ecg);  // the detector centres its input
     kelo::EmxReal rpeaks(1), feature(1), threshold(1);
+    state.ResumeTiming();
+    const std::size_t before = kelo::bench::heap_use().current;
+    kelo::bench::reset_heap_peak();
     m_analyze_ecg_offline_r(x, static_cast<double>(kFs), rpeaks, feature, threshold);
+    peak = kelo::bench::heap_use().peak - before;
     benchmark::DoNotOptimize(rpeaks->data);
   }
-  state.SetLabel("record " + record);
-  state.counters["samples/s"] =
-      benchmark::Counter(static_cast<double>(kSamples), benchmark::Counter::kIsIterationInvariantRate);
+  report(state, ecg.size(), peak);
+}
+
+// The plain forms that the library's routines replace, for comparison.
+void BM_DetectWavesPlain(benchmark::State& state) {
+  const std::vector<double> ecg = recording(state.range(0));
+  if (ecg.empty()) return state.SkipWithError("recording not found");
+  detectWaves_initialize();
+  for (auto _ : state) benchmark::DoNotOptimize(kelo::ref::detect_waves(ecg, 10.0, kFs, 10));
+  state.counters["samples/s"] = benchmark::Counter(static_cast<double>(ecg.size()),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
 }
 
 }  // namespace
 
-BENCHMARK(BM_DetectWaves)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Detector)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectWaves)->Arg(10)->Arg(30)->Arg(24 * 60)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Detector)->Arg(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectWavesPlain)->Arg(10)->Unit(benchmark::kMillisecond);

@@ -7,9 +7,7 @@ cd "$(dirname "$0")/../.."
 
 if ! command -v npm >/dev/null 2>&1; then
   # Debian ships npm separately from nodejs (other nodejs builds bundle it).
-  echo "install-deps: installing npm"
-  if [ "$(id -u)" -eq 0 ]; then sudo=(); else sudo=(sudo); fi
-  DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends npm
+  scripts/apt-install npm
 fi
 
 stamp=node_modules/.package-lock.json

@@ -2,6 +2,8 @@
 // region, the median beat template, the correlation pass that accepts one
 // beat per region, the search-back for beats missed in long RR intervals,
 // and the refinement of every accepted position to the nearest ECG peak.
+// The correlations of consecutive positions are computed side by side,
+// with the template's own mean and deviation computed once.
 #include <algorithm>
 #include <cmath>
 
@@ -101,45 +103,67 @@ std::vector<double> beat_template(std::span<const double> ecg,
   return beatTemplate;
 }
 
-CorrelationScan scan_region(std::span<const double> ecg, std::span<const double> beatTemplate,
-                            double start, double end, int64_t hw) {
+TemplateCorrelator::TemplateCorrelator(std::span<const double> beatTemplate,
+                                       const simd::Kernels& kernels)
+    : template_(beatTemplate.begin(), beatTemplate.end()), kernels_(&kernels) {
+  // The template's side of every correlation: its mean (summed from 0.0,
+  // as the correlation does) and standard deviation never change.
+  const std::size_t n = template_.size();
+  double sum = 0.0;
+  for (double v : template_) sum += v;
+  const double mean = sum / static_cast<double>(n);
+  centred_.resize(n);
+  for (std::size_t j = 0; j < n; ++j) centred_[j] = template_[j] - mean;
+  templateStd_ = kern::std_dev(template_);
+}
+
+void TemplateCorrelator::scan(std::span<const double> ecg, double first,
+                              std::span<double> out) const {
+  const std::size_t width = template_.size();
+  const std::size_t half = width / 2;
+  const auto left = static_cast<std::size_t>(first) - 1 - half;  // 0-based start of the first window
+  if (width < 2) {
+    // One-sample windows: the plain correlation (always NaN).
+    for (std::size_t j = 0; j < out.size(); ++j)
+      out[j] = kern::corr(template_, ecg.subspan(left + j, width));
+    return;
+  }
+  kernels_->window_corr(ecg.data() + left, width, out.size(), centred_.data(), templateStd_,
+                        out.data());
+}
+
+CorrelationScan scan_region(std::span<const double> ecg, const TemplateCorrelator& t, double start,
+                            double end) {
   const double n = static_cast<double>(ecg.size());
-  const double half = static_cast<double>(hw);
+  const double half = static_cast<double>(t.width() / 2);
   CorrelationScan scan;
   const double length = std::trunc(end - start);
-  scan.logicalLength = length > 0.0 ? static_cast<std::size_t>(length) : 0;
-  // The scan visits logicalLength + 1 positions; the coefficient of the
-  // last one is stored but never searched.
-  scan.row.assign(scan.logicalLength + 1, 0.0);
-  std::size_t j = 0;
-  for (double q = start; q <= end; q += 1.0) {
-    if (q - half > 0.0 && n > q + half) {
-      if (j < scan.row.size()) scan.row[j] = kern::corr(beatTemplate, beat_window(ecg, q, hw));
-      ++j;
-    } else {
-      scan.outOfRange = true;
-    }
+  if (!(length > 0.0)) return scan;  // no position, or only one that is never searched
+  // Positions start .. end need q - hw > 0 and q + hw < n; both bounds
+  // move with q, so the first and the last position decide. A region with
+  // a position outside yields no beat, and its coefficients are not needed.
+  if (!(start - half > 0.0 && n > end + half)) {
+    scan.outOfRange = true;
+    return scan;
   }
+  // The peak search looks at the first end - start coefficients only; the
+  // one of the last position is never used.
+  scan.row.resize(static_cast<std::size_t>(length));
+  t.scan(ecg, start, scan.row);
   return scan;
 }
 
-CorrelationScan scan_middle(std::span<const double> ecg, std::span<const double> beatTemplate,
-                            double mid, int64_t hw) {
+CorrelationScan scan_middle(std::span<const double> ecg, const TemplateCorrelator& t, double mid) {
   const double n = static_cast<double>(ecg.size());
-  const double half = static_cast<double>(hw);
+  const double half = static_cast<double>(t.width() / 2);
   CorrelationScan scan;
-  scan.logicalLength = static_cast<std::size_t>(2 * hw + 1);
-  scan.row.assign(scan.logicalLength, 0.0);
-  std::size_t j = 0;
-  for (double q = mid - half; q <= mid + half; q += 1.0) {
-    // Unlike the correlation pass, the window may end on the last sample.
-    if (q - half > 0.0 && n >= q + half) {
-      if (j < scan.row.size()) scan.row[j] = kern::corr(beatTemplate, beat_window(ecg, q, hw));
-      ++j;
-    } else {
-      scan.outOfRange = true;
-    }
+  // Unlike the correlation pass, the window may end on the last sample.
+  if (!(mid - half - half > 0.0 && n >= mid + half + half)) {
+    scan.outOfRange = true;
+    return scan;
   }
+  scan.row.resize(t.width());
+  t.scan(ecg, mid - half, scan.row);
   return scan;
 }
 
@@ -163,13 +187,13 @@ std::optional<double> refine(std::span<const double> ecg, double c) {
   return r.position + c - 11.0;  // r = 11 keeps c; r = -Inf stores -Inf
 }
 
-void correlation_pass(std::span<const double> ecg, std::span<const double> beatTemplate,
-                      const Regions& regions, int64_t hw, BeatList& beats) {
+void correlation_pass(std::span<const double> ecg, const TemplateCorrelator& t,
+                      const Regions& regions, BeatList& beats) {
   for (std::size_t i = 0; i < regions.size() && !beats.full(); ++i) {
     const double start = regions.start[i];
-    const CorrelationScan scan = scan_region(ecg, beatTemplate, start, regions.end[i], hw);
+    const CorrelationScan scan = scan_region(ecg, t, start, regions.end[i]);
     if (scan.outOfRange) continue;  // the search-back may still reach it
-    const Peak best = m_findsmallpeak(std::span<const double>(scan.row).first(scan.logicalLength));
+    const Peak best = m_findsmallpeak(scan.row);
     const double c = start + best.position - 1.0;
     const double limit = correlation_limit(beats.lastRR, c, beats.rpeaks.back());
     if (!(best.amplitude > limit)) continue;
@@ -206,16 +230,16 @@ double gap_middle(std::span<const double> acceptedPeaks, double j) {
   return std::ceil((acceptedPeaks[k] + acceptedPeaks[k + 1]) / 2.0);
 }
 
-void search_back(std::span<const double> ecg, std::span<const double> beatTemplate,
-                 std::span<const double> qrsFeature, std::span<const double> qrsThreshold,
-                 int64_t hw, BeatList& beats) {
+void search_back(std::span<const double> ecg, const TemplateCorrelator& t,
+                 std::span<const double> qrsFeature, const ThresholdAt& qrsThreshold,
+                 BeatList& beats) {
   const std::vector<double> acceptedPeaks = accepted_peaks(beats.rpeaks);
-  const double half = static_cast<double>(hw);
-  const double n = static_cast<double>(std::min(qrsFeature.size(), qrsThreshold.size()));
+  const double half = static_cast<double>(t.width() / 2);
+  const double n = static_cast<double>(qrsFeature.size());
   for (double j : gap_indices(acceptedPeaks)) {
     if (beats.full()) break;
     const double mid = gap_middle(acceptedPeaks, j);
-    const CorrelationScan scan = scan_middle(ecg, beatTemplate, mid, hw);
+    const CorrelationScan scan = scan_middle(ecg, t, mid);
     if (scan.outOfRange) continue;
     const Peak best = m_findsmallpeak(scan.row);
     const double c = best.position + mid - half - 1.0;
@@ -224,12 +248,25 @@ void search_back(std::span<const double> ecg, std::span<const double> beatTempla
     if (!(best.amplitude > 0.4)) continue;
     if (!(c >= 1.0 && c <= n)) continue;
     const auto k = static_cast<std::size_t>(c) - 1;
-    if (!(qrsFeature[k] > qrsThreshold[k] / 2.0)) continue;
+    if (!(qrsFeature[k] > qrsThreshold(k) / 2.0)) continue;
     const std::optional<double> refined = refine(ecg, c);
     if (!refined) continue;
     beats.rpeaks[beats.beatCount - 1] = *refined;
     ++beats.beatCount;
   }
+}
+
+std::vector<double> decide_beats(std::span<const double> ecg, Regions regions,
+                                 std::span<const double> qrsFeature,
+                                 const ThresholdAt& qrsThreshold, const Widths& w,
+                                 const simd::Kernels& kernels) {
+  std::vector<double> provisionalPeak = provisional_peaks(ecg, regions, w.minRegionLength);
+  keep_placed(regions, provisionalPeak);
+  const TemplateCorrelator t(beat_template(ecg, provisionalPeak, w.templateHalfWidth), kernels);
+  BeatList beats(2 * regions.size());
+  correlation_pass(ecg, t, regions, beats);
+  search_back(ecg, t, qrsFeature, qrsThreshold, beats);
+  return std::move(beats.rpeaks);
 }
 
 }  // namespace kelo::detect

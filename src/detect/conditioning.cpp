@@ -1,6 +1,5 @@
 // Signal conditioning of the QRS detector: centring, the sliding-window
-// measures, the energy envelope, the adaptive threshold and the cutting of
-// the recording into candidate QRS regions.
+// measures, the energy envelope and the adaptive threshold.
 #include <algorithm>
 #include <cmath>
 
@@ -12,18 +11,59 @@ namespace kelo::detect {
 
 namespace {
 
-// Window of half-width h centred on 0-based index k (h <= k < n - h).
-std::span<const double> window_at(std::span<const double> x, std::size_t k, int64_t h) {
-  const auto half = static_cast<std::size_t>(h);
-  return x.subspan(k - half, 2 * half + 1);
-}
+// Envelope outputs computed per block: the slope, the ranges and their
+// product exist only for one block (plus its margins) at a time.
+constexpr std::size_t kBlock = 4096;
 
-// 0-based indices k whose window of half-width h fits: the 1-based
-// positions 1 + h .. n - h. Calls f(k) for each, in ascending order.
-template <class F>
-void for_each_full_window(std::size_t n, int64_t h, F f) {
-  const auto half = static_cast<std::size_t>(h);
-  for (std::size_t k = half; k + half < n; ++k) f(k);
+std::size_t as_index(int64_t h) { return h > 0 ? static_cast<std::size_t>(h) : 0; }
+
+// Work buffers of the envelope, sized once per recording.
+struct EnvelopeWork {
+  std::vector<double> slope, high, low, ampRange, slopeRange, product, scratch;
+  EnvelopeWork(std::size_t hf, std::size_t he) {
+    const std::size_t productLength = kBlock + 2 * he;
+    const std::size_t slopeLength = productLength + 2 * hf;
+    slope.resize(slopeLength);
+    high.resize(productLength);
+    low.resize(productLength);
+    ampRange.resize(productLength);
+    slopeRange.resize(productLength);
+    product.resize(productLength);
+    scratch.resize(2 * (slopeLength + 2 * hf + 1));
+  }
+};
+
+// Stage 4 over the 0-based indices [p0, p1): product(k) =
+// (slopeRange(k) * ampRange(k)) * ampRange(k), the ranges being max - min
+// over the windows of half-width hf, and 0 within hf of either end.
+void range_product(std::span<const double> ecg, std::size_t hf, std::size_t p0, std::size_t p1,
+                   EnvelopeWork& w, const simd::Kernels& kernels) {
+  const std::size_t n = ecg.size();
+  const std::size_t count = p1 - p0;
+  std::fill_n(w.ampRange.begin(), count, 0.0);
+  std::fill_n(w.slopeRange.begin(), count, 0.0);
+  // Indices whose window fits: [q0, q1).
+  const std::size_t q0 = std::max(p0, hf);
+  const std::size_t q1 = n >= hf ? std::min(p1, n - hf) : q0;
+  if (q1 > q0) {
+    const std::size_t len = 2 * hf + 1;
+    const std::size_t windows = q1 - q0;
+    const std::size_t at = q0 - p0;
+    kernels.window_max(ecg.data() + (q0 - hf), len, windows, w.high.data(), w.scratch.data(), rtNaN);
+    kernels.window_min(ecg.data() + (q0 - hf), len, windows, w.low.data(), w.scratch.data(), rtNaN);
+    for (std::size_t j = 0; j < windows; ++j) w.ampRange[at + j] = w.high[j] - w.low[j];
+    // Stage 3, the central difference, over the windows' samples
+    // [q0 - hf, q1 + hf); its first and last elements stay 0.
+    const std::size_t s0 = q0 - hf;
+    const std::size_t s1 = q1 + hf;
+    for (std::size_t k = s0; k < s1; ++k)
+      w.slope[k - s0] = (k >= 1 && k + 1 < n) ? ecg[k + 1] - ecg[k - 1] : 0.0;
+    kernels.window_max(w.slope.data(), len, windows, w.high.data(), w.scratch.data(), rtNaN);
+    kernels.window_min(w.slope.data(), len, windows, w.low.data(), w.scratch.data(), rtNaN);
+    for (std::size_t j = 0; j < windows; ++j) w.slopeRange[at + j] = w.high[j] - w.low[j];
+  }
+  for (std::size_t j = 0; j < count; ++j)
+    w.product[j] = w.slopeRange[j] * w.ampRange[j] * w.ampRange[j];
 }
 
 }  // namespace
@@ -48,9 +88,9 @@ bool fits_edge_holds(std::size_t n, double fs) {
   return fs < 1.0 || static_cast<double>(n) >= fs + 1.0;
 }
 
-void centre(std::span<double> ecg) {
-  const double m = kern::median(ecg);
-  for (double& v : ecg) v = v - m;
+void centre(std::span<const double> x, std::span<double> out, std::span<double> scratch) {
+  const double m = kern::median(x, scratch);
+  for (std::size_t i = 0; i < x.size(); ++i) out[i] = x[i] - m;
 }
 
 void edge_hold(std::span<double> x, int64_t h) {
@@ -63,99 +103,93 @@ void edge_hold(std::span<double> x, int64_t h) {
   std::fill(x.begin() + static_cast<std::ptrdiff_t>(n - half), x.end(), tail);
 }
 
-std::vector<double> local_spread(std::span<const double> ecg, int64_t h) {
-  std::vector<double> localSpread(ecg.size(), 0.0);
-  for_each_full_window(ecg.size(), h,
-                       [&](std::size_t k) { localSpread[k] = kern::std_dev(window_at(ecg, k, h)); });
-  edge_hold(localSpread, h);
-  return localSpread;
+std::size_t edge_hold_source(std::size_t k, std::size_t n, int64_t h) {
+  if (h < 1 || n < static_cast<std::size_t>(h) + 1) return k;
+  const auto half = static_cast<std::size_t>(h);
+  if (k >= n - half) {
+    const std::size_t tail = n - half - 1;
+    return tail < half ? half : tail;
+  }
+  return k < half ? half : k;
 }
 
-std::vector<double> slope(std::span<const double> ecg) {
-  std::vector<double> s(ecg.size(), 0.0);
-  for (std::size_t k = 1; k + 1 < ecg.size(); ++k) s[k] = ecg[k + 1] - ecg[k - 1];
-  return s;
-}
-
-std::vector<double> range_product(std::span<const double> ecg, std::span<const double> slope,
-                                  int64_t h) {
+void local_spread(std::span<const double> ecg, int64_t h, std::span<double> out,
+                  const simd::Kernels& kernels) {
   const std::size_t n = ecg.size();
-  std::vector<double> ampRange(n, 0.0);
-  std::vector<double> slopeRange(n, 0.0);
-  for_each_full_window(n, h, [&](std::size_t k) {
-    const auto a = window_at(ecg, k, h);
-    ampRange[k] = kern::max_value(a) - kern::min_value(a);
-    const auto s = window_at(slope, k, h);
-    slopeRange[k] = kern::max_value(s) - kern::min_value(s);
-  });
-  std::vector<double> product(n);
-  for (std::size_t k = 0; k < n; ++k) product[k] = slopeRange[k] * ampRange[k] * ampRange[k];
-  return product;
+  const std::size_t half = as_index(h);
+  std::fill(out.begin(), out.end(), 0.0);
+  if (n > 2 * half) kernels.window_std(ecg.data(), 2 * half + 1, n - 2 * half, out.data() + half);
+  edge_hold(out, h);
 }
 
-std::vector<double> envelope(std::span<const double> product, int64_t h) {
-  std::vector<double> qrsFeature(product.size(), 0.0);
-  for_each_full_window(product.size(), h,
-                       [&](std::size_t k) { qrsFeature[k] = kern::max_value(window_at(product, k, h)); });
-  edge_hold(qrsFeature, h);
-  return qrsFeature;
+double local_spread_at(std::span<const double> ecg, int64_t h, std::size_t k) {
+  const std::size_t n = ecg.size();
+  const std::size_t half = as_index(h);
+  const std::size_t source = edge_hold_source(k, n, h);
+  if (source < half || source + half >= n) return 0.0;  // no window was computed there
+  return kern::std_dev(ecg.subspan(source - half, 2 * half + 1));
 }
 
-std::vector<double> threshold_curve(std::span<const double> qrsFeature,
-                                    std::span<const double> localSpread, double fs) {
-  const std::size_t n = qrsFeature.size();
-  std::vector<double> qrsThreshold(n);
-  kern::smooth(qrsFeature, 3.0 * fs, qrsThreshold);
-  for (double& v : qrsThreshold) v = v / 2.0;
-
-  // Hold of fs samples at both ends. The index arithmetic takes the integer
-  // part, which matters only for a non-integral rate: elements
-  // 1 .. floor(fs) take element floor(1 + fs); then floor(fs) elements at
-  // positions floor(1 + (n - fs) + j), j = 0, 1, ..., take element
-  // floor(n - fs). Needs n >= fs + 1 (fits_edge_holds).
-  if (fs >= 1.0 && static_cast<double>(n) >= fs + 1.0) {
-    const auto count = static_cast<std::size_t>(fs);
-    const double nd = static_cast<double>(n);
-    const double head = qrsThreshold[static_cast<std::size_t>(1.0 + fs) - 1];
-    std::fill_n(qrsThreshold.begin(), count, head);
-    const double tail = qrsThreshold[static_cast<std::size_t>(nd - fs) - 1];
-    for (std::size_t j = 0; j < count; ++j) {
-      const auto pos = static_cast<std::size_t>(1.0 + (nd - fs) + static_cast<double>(j));
-      if (pos >= 1 && pos <= n) qrsThreshold[pos - 1] = tail;
+void qrs_feature(std::span<const double> ecg, const Widths& widths, std::span<double> feature,
+                 const simd::Kernels& kernels) {
+  const std::size_t n = ecg.size();
+  const std::size_t hf = as_index(widths.featureHalfWidth);
+  const std::size_t he = as_index(widths.envelopeHalfWidth);
+  if (n <= 2 * he) std::fill(feature.begin(), feature.end(), 0.0);  // no window fits
+  if (n > 2 * he) {
+    // The ends outside every window are 0 until the edge hold.
+    std::fill_n(feature.begin(), he, 0.0);
+    std::fill(feature.end() - static_cast<std::ptrdiff_t>(he), feature.end(), 0.0);
+    // Stage 5: the sliding maximum of half-width he of the product, for the
+    // indices [he, n - he); block by block.
+    EnvelopeWork work(hf, he);
+    const std::size_t len = 2 * he + 1;
+    for (std::size_t k0 = he; k0 < n - he; k0 += kBlock) {
+      const std::size_t k1 = std::min(k0 + kBlock, n - he);
+      range_product(ecg, hf, k0 - he, k1 + he, work, kernels);
+      kernels.window_max(work.product.data(), len, k1 - k0, feature.data() + k0,
+                         work.scratch.data(), rtNaN);
     }
   }
-
-  for (std::size_t k = 0; k < n && k < localSpread.size(); ++k)
-    qrsThreshold[k] = qrsThreshold[k] + 4.0 * rt_pow_snf(localSpread[k], 3.0);
-  return qrsThreshold;
+  edge_hold(feature, widths.envelopeHalfWidth);
 }
 
-Regions candidate_regions(std::span<const double> qrsFeature, std::span<const double> qrsThreshold) {
-  const std::size_t n = std::min(qrsFeature.size(), qrsThreshold.size());
-  std::vector<double> above(n);
-  for (std::size_t k = 0; k < n; ++k) above[k] = qrsFeature[k] > qrsThreshold[k] ? 1.0 : 0.0;
+ThresholdHold threshold_hold(std::size_t n, double fs) {
+  ThresholdHold hold;
+  const double nd = static_cast<double>(n);
+  if (!(fs >= 1.0 && nd >= fs + 1.0)) return hold;
+  hold.headCount = static_cast<std::size_t>(fs);
+  hold.headSource = static_cast<std::size_t>(1.0 + fs) - 1;
+  const std::size_t tail = static_cast<std::size_t>(nd - fs) - 1;
+  hold.tailSource = tail < hold.headCount ? hold.headSource : tail;
+  // Positions floor(1 + (n - fs) + j) are consecutive integers.
+  const auto first = static_cast<std::size_t>(1.0 + (nd - fs));  // 1-based, >= 1
+  hold.tailBegin = std::min(first - 1, n);
+  hold.tailEnd = std::min(first - 1 + hold.headCount, n);
+  return hold;
+}
 
-  Regions r;
-  for (std::size_t k = 0; k + 1 < n; ++k) {
-    const double delta = above[k + 1] - above[k];
-    if (delta == 1.0) r.start.push_back(static_cast<double>(k + 1));
-    if (delta == -1.0) r.end.push_back(static_cast<double>(k + 1));
+void threshold_curve(std::span<const double> qrsFeature, std::span<const double> localSpread,
+                     double fs, std::span<double> out, const simd::Kernels& kernels) {
+  const std::size_t n = qrsFeature.size();
+  kern::smooth(qrsFeature, 3.0 * fs, out, kernels);
+  for (double& v : out) v = v / 2.0;
+  const ThresholdHold hold = threshold_hold(n, fs);
+  if (hold.headCount > 0) {
+    std::fill_n(out.begin(), hold.headCount, out[hold.headSource]);
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(hold.tailBegin),
+              out.begin() + static_cast<std::ptrdiff_t>(hold.tailEnd), out[hold.tailSource]);
   }
+  for (std::size_t k = 0; k < n && k < localSpread.size(); ++k)
+    out[k] = out[k] + 4.0 * rt_pow_snf(localSpread[k], 3.0);
+}
 
-  if (!r.start.empty() && !r.end.empty()) {
-    const double nd = static_cast<double>(n);
-    // The recording begins above threshold: the first region starts at 1.
-    if (r.start.front() > r.end.front()) r.start.insert(r.start.begin(), 1.0);
-    // The recording ends above threshold: the last region ends at n.
-    if (r.start.back() > r.end.back()) r.end.push_back(nd);
-    if (r.start.front() <= 0.0) r.start.front() = 1.0;
-    if (r.end.back() > nd) r.end.back() = nd;
-  }
-
-  const std::size_t nRegions = std::min(r.start.size(), r.end.size());
-  r.start.resize(nRegions);
-  r.end.resize(nRegions);
-  return r;
+double threshold_at(std::span<const double> qrsFeature, std::span<const double> ecg,
+                    const Widths& w, double fs, std::size_t k) {
+  const std::size_t n = qrsFeature.size();
+  const std::size_t source = threshold_hold(n, fs).source(k);
+  const double t = kern::smooth_at(qrsFeature, kern::smooth_half_width(3.0 * fs, n), source) / 2.0;
+  return t + 4.0 * rt_pow_snf(local_spread_at(ecg, w.spreadHalfWidth, k), 3.0);
 }
 
 }  // namespace kelo::detect

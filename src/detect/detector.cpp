@@ -1,5 +1,8 @@
-// The offline QRS detector: the stages in order, and its C entry point.
+// The offline QRS detector: the stages in order, with the threshold curve
+// in full (the exported detector) or only its crossings (detectWaves), and
+// the detector's C entry point.
 #include <algorithm>
+#include <memory>
 
 #include "detect/detector.hpp"
 #include "keloecgsolver/detect.h"
@@ -7,32 +10,46 @@
 
 namespace kelo::detect {
 
-Detection analyze(std::span<double> ecg, double fs) {
-  centre(ecg);
+Detection analyze(std::span<double> ecg, double fs, simd::Isa isa) {
+  const simd::Kernels& kernels = simd::kernels(isa);
   const std::size_t n = ecg.size();
+  Detection d{{}, std::vector<double>(n, 0.0), std::vector<double>(n, 0.0)};
+  centre(ecg, ecg, d.threshold);  // the threshold's buffer serves as the median's copy
   if (!fits_edge_holds(n, fs)) {
     // Too short for the edge holds, or no usable rate: no beats, and curves
     // that never cross (all zeros).
-    return Detection{{}, std::vector<double>(n, 0.0), std::vector<double>(n, 0.0)};
+    std::fill(d.threshold.begin(), d.threshold.end(), 0.0);
+    return d;
   }
   const Widths w = widths_for(fs);
+  qrs_feature(ecg, w, d.feature, kernels);
+  {
+    std::vector<double> localSpread(n);
+    local_spread(ecg, w.spreadHalfWidth, localSpread, kernels);
+    threshold_curve(d.feature, localSpread, fs, d.threshold, kernels);
+  }
+  d.rpeaks = decide_beats(ecg, candidate_regions(d.feature, d.threshold), d.feature,
+                          [&](std::size_t k) { return d.threshold[k]; }, w, kernels);
+  return d;
+}
 
-  const std::vector<double> localSpread = local_spread(ecg, w.spreadHalfWidth);
-  const std::vector<double> ecgSlope = slope(ecg);
-  std::vector<double> qrsFeature =
-      envelope(range_product(ecg, ecgSlope, w.featureHalfWidth), w.envelopeHalfWidth);
-  std::vector<double> qrsThreshold = threshold_curve(qrsFeature, localSpread, fs);
-  Regions regions = candidate_regions(qrsFeature, qrsThreshold);
-
-  std::vector<double> provisionalPeak = provisional_peaks(ecg, regions, w.minRegionLength);
-  keep_placed(regions, provisionalPeak);
-  const std::vector<double> beatTemplate = beat_template(ecg, provisionalPeak, w.templateHalfWidth);
-
-  BeatList beats(2 * regions.size());
-  correlation_pass(ecg, beatTemplate, regions, w.templateHalfWidth, beats);
-  search_back(ecg, beatTemplate, qrsFeature, qrsThreshold, w.templateHalfWidth, beats);
-
-  return Detection{std::move(beats.rpeaks), std::move(qrsFeature), std::move(qrsThreshold)};
+std::vector<double> detect_rpeaks(std::span<const double> ecg, double fs, simd::Isa isa) {
+  const simd::Kernels& kernels = simd::kernels(isa);
+  const std::size_t n = ecg.size();
+  if (!fits_edge_holds(n, fs)) return {};
+  // The centred copy and the envelope are the only per-sample buffers (every
+  // element is written before it is read); the envelope's buffer first
+  // serves as the median's copy.
+  const auto centredBuffer = std::make_unique_for_overwrite<double[]>(n);
+  const auto featureBuffer = std::make_unique_for_overwrite<double[]>(n);
+  const std::span<double> centred(centredBuffer.get(), n);
+  const std::span<double> feature(featureBuffer.get(), n);
+  centre(ecg, centred, feature);
+  const Widths w = widths_for(fs);
+  qrs_feature(centred, w, feature, kernels);
+  return decide_beats(centred, regions_without_threshold(centred, feature, w, fs, kernels), feature,
+                      [&](std::size_t k) { return threshold_at(feature, centred, w, fs, k); }, w,
+                      kernels);
 }
 
 }  // namespace kelo::detect

@@ -26,36 +26,37 @@ Peak m_b_findsmallpeak(const RefineWindow& x) { return m_findsmallpeak(x); }
 Peak m_findbigpeak(std::span<const double> x) {
   Peak peak{rtMinusInf, rtMinusInf};
   const std::size_t length = x.size();
-  // minima(j) is the last local minimum before the j-th maximum (1.0, the
-  // first sample, when there is none); maxima(j) the j-th maximum (0.0 for
-  // an unused slot). Both hold 1-based positions; slot j is index j - 1.
-  std::vector<double> minima(length, 1.0);
-  std::vector<double> maxima(length, 0.0);
-  std::size_t j = 0;
-  for (std::size_t k = 1; k + 1 < length; ++k) {
-    // Local maxima are never adjacent, so j stays below length.
-    if (is_local_min(x, k)) minima[j] = static_cast<double>(k + 1);
-    if (is_local_max(x, k)) {
-      maxima[j] = static_cast<double>(k + 1);
-      ++j;
-    }
-  }
-  // No minimum after the last maximum: the last sample is the right foot.
-  if (j < length && minima[j] == 1.0) minima[j] = static_cast<double>(length);
-
-  for (std::size_t i = 0; i < length; ++i) {
-    // A maximum needs a right foot; slot i + 1 past the end never has one.
-    if (maxima[i] == 0.0 || i + 1 >= length || minima[i + 1] == 1.0) continue;
-    const double top = x[static_cast<std::size_t>(maxima[i]) - 1];
-    const double leftFoot = x[static_cast<std::size_t>(minima[i]) - 1];
-    const double rightFoot = x[static_cast<std::size_t>(minima[i + 1]) - 1];
+  // One pass over the local extremes. The feet of a maximum are the last
+  // local minimum before it (since the previous maximum) and the last one
+  // before the next maximum; a missing left foot is the first sample, and
+  // a maximum with no minimum before the next maximum does not compete.
+  // After the last maximum a missing right foot is the last sample. All
+  // positions are 1-based.
+  constexpr double kNone = 1.0;  // no minimum since the last maximum
+  double minimum = kNone;
+  double top = 0.0, leftFoot = kNone;
+  bool pending = false;
+  const auto settle = [&](double rightFoot) {
+    const double p = x[static_cast<std::size_t>(top) - 1];
     // The fall after the peak weighs 1.3 against 1.0 for the rise into it.
-    const double score = 1.3 * (top - rightFoot) + (top - leftFoot);
+    const double score = 1.3 * (p - x[static_cast<std::size_t>(rightFoot) - 1]) +
+                         (p - x[static_cast<std::size_t>(leftFoot) - 1]);
     if (score > peak.amplitude) {
       peak.amplitude = score;
-      peak.position = maxima[i];
+      peak.position = top;
+    }
+  };
+  for (std::size_t k = 1; k + 1 < length; ++k) {
+    if (is_local_min(x, k)) minimum = static_cast<double>(k + 1);
+    if (is_local_max(x, k)) {
+      if (pending && minimum != kNone) settle(minimum);
+      pending = true;
+      top = static_cast<double>(k + 1);
+      leftFoot = minimum;
+      minimum = kNone;
     }
   }
+  if (pending) settle(minimum == kNone ? static_cast<double>(length) : minimum);
   if (peak.position > 0.0) peak.amplitude = x[static_cast<std::size_t>(peak.position) - 1];
   return peak;
 }

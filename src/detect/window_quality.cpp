@@ -23,13 +23,6 @@ int32_t window_bound(double v) {
   return static_cast<int32_t>(r);
 }
 
-// |x| of every sample (sign bit cleared).
-std::vector<double> magnitudes(std::span<const double> x) {
-  std::vector<double> a(x.size());
-  std::transform(x.begin(), x.end(), a.begin(), [](double v) { return std::fabs(v); });
-  return a;
-}
-
 }  // namespace
 
 MaxResult m_findMax(std::span<const double> x, int64_t n) {
@@ -42,6 +35,15 @@ MaxResult m_findMax(std::span<const double> x, int64_t n) {
     }
   }
   return best;
+}
+
+double largest_magnitude(std::span<const double> x) {
+  double largest = -10000.0;
+  for (double v : x) {
+    const double a = std::fabs(v);
+    largest = a > largest ? a : largest;
+  }
+  return largest;
 }
 
 bool irregular_rhythm(std::span<const int32_t> peaks) {
@@ -77,7 +79,23 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
   auto grades = elements(windowQualities);
   std::fill(grades.begin(), grades.end(), 0);
 
-  std::vector<int32_t> inside;
+  // The peaks of a window, in their order. detectWaves hands over an
+  // ascending list, whose peaks of a window are one run found by binary
+  // search; any other order is filtered peak by peak.
+  const bool ascending = std::is_sorted(peaks.begin(), peaks.end());
+  std::vector<int32_t> selected;
+  const auto peaks_within = [&](int32_t start, int32_t end) -> std::span<const int32_t> {
+    if (ascending) {
+      const auto lo = std::lower_bound(peaks.begin(), peaks.end(), start);
+      const auto hi = std::upper_bound(lo, peaks.end(), end);
+      return {lo, hi};
+    }
+    selected.clear();
+    for (int32_t p : peaks)
+      if (start <= p && p <= end) selected.push_back(p);
+    return selected;
+  };
+
   for (double w = 1.0; w <= windows && static_cast<std::size_t>(w) <= grades.size(); w += 1.0) {
     int32_t start = 1;
     int32_t end = length;
@@ -88,9 +106,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
     }
     int32_t& grade = grades[static_cast<std::size_t>(w) - 1];
 
-    inside.clear();
-    for (int32_t p : peaks)
-      if (start <= p && p <= end) inside.push_back(p);
+    const std::span<const int32_t> inside = peaks_within(start, end);
     if (inside.size() < 2) {
       grade = 3;
       continue;
@@ -103,8 +119,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
     std::span<const double> window;
     if (first <= last)
       window = samples.subspan(static_cast<std::size_t>(first - 1), static_cast<std::size_t>(last - first + 1));
-    const std::vector<double> magnitude = magnitudes(window);
-    if (m_findMax(magnitude, static_cast<int64_t>(magnitude.size())).maxValue > fullScale * 0.97)
+    if (largest_magnitude(window) > fullScale * 0.97)
       grade = 5;
     else if (irregular_rhythm(inside))
       grade = 6;

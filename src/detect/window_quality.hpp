@@ -21,6 +21,10 @@ struct MaxResult {
 // all at or below -10000.0 give -10000.0 at index 1.
 MaxResult m_findMax(std::span<const double> x, int64_t n);
 
+// The value m_findMax gives over |x(k)| (sign bits cleared), without the
+// copy of the magnitudes: the largest |x(k)|, NaNs skipped, or -10000.0.
+double largest_magnitude(std::span<const double> x);
+
 // True when the standard deviation of the RR intervals of the ascending
 // peak list exceeds a quarter of their mean. Intervals are int32 with
 // saturation; the mean divides by (count - 1) and the deviation by

@@ -26,28 +26,43 @@ namespace kelo::kern {
 // A span below 1 or NaN means no smoothing (s = 1). A half-width beyond n
 // behaves exactly like a half-width of n, so it is clamped there; this keeps
 // huge spans from costing memory or time without changing a single bit.
-void smooth(std::span<const double> x, double span, std::span<double> y) {
-  const std::size_t n = std::min(x.size(), y.size());
+std::size_t smooth_half_width(double span, std::size_t n) {
   double s = 2.0 * std::ceil(span / 2.0) - 1.0;
   if (!(s >= 1.0)) s = 1.0;
   const double hd = std::floor(s / 2.0);
-  const std::size_t h = hd >= static_cast<double>(n) ? n : static_cast<std::size_t>(hd);
-  for (std::size_t i = 0; i < n; ++i) {  // 0-based i; window i-h .. i+h
-    const std::size_t lo = i >= h ? i - h : 0;
-    const std::size_t top = i + h;
-    double sum;
-    std::size_t j;
-    if (top < n) {
-      sum = x[top];
-      j = top;
-    } else {
-      sum = 0.0;
-      j = n;
-    }
-    while (j > lo) sum += x[--j];
-    const std::size_t hi = std::min(top, n - 1);
-    y[i] = sum / static_cast<double>(hi - lo + 1);
+  return hd >= static_cast<double>(n) ? n : static_cast<std::size_t>(hd);
+}
+
+double smooth_at(std::span<const double> x, std::size_t h, std::size_t i) {
+  const std::size_t n = x.size();
+  const std::size_t lo = i >= h ? i - h : 0;
+  const std::size_t top = i + h;
+  double sum;
+  std::size_t j;
+  if (top < n) {
+    sum = x[top];
+    j = top;
+  } else {
+    sum = 0.0;
+    j = n;
   }
+  while (j > lo) sum += x[--j];
+  const std::size_t hi = std::min(top, n - 1);
+  return sum / static_cast<double>(hi - lo + 1);
+}
+
+// The windows that lie wholly inside x (h <= i < n - h) go to the
+// vectorised kernel; the truncated ones at both ends are summed here.
+void smooth(std::span<const double> x, double span, std::span<double> y,
+            const simd::Kernels& kernels) {
+  const std::size_t n = std::min(x.size(), y.size());
+  const auto xs = x.first(n);
+  const std::size_t h = smooth_half_width(span, n);
+  const std::size_t innerBegin = std::min(h, n);
+  const std::size_t innerEnd = n >= h ? std::max(n - h, innerBegin) : innerBegin;
+  for (std::size_t i = 0; i < innerBegin; ++i) y[i] = smooth_at(xs, h, i);
+  if (innerEnd > innerBegin) kernels.window_means(xs.data(), h, innerBegin, innerEnd, y.data());
+  for (std::size_t i = innerEnd; i < n; ++i) y[i] = smooth_at(xs, h, i);
 }
 
 // Pearson correlation: the covariance of the two centred columns divided by

@@ -1,6 +1,11 @@
 // Statistics kernels: mean, standard deviation, median, extrema and the
 // small element-wise routines of the detection unit.
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <limits>
+#include <optional>
 #include <vector>
 
 #include "keloecgsolver/kernels.h"
@@ -38,16 +43,145 @@ double std_dev(std::span<const double> x) {
   return std::sqrt(y / d);
 }
 
-double vector_median(std::span<const double> x) {
+namespace {
+
+// The element a stable ascending sort would put at 0-based rank r, given
+// its value v: only the two zeros compare equal while differing in bits,
+// and a stable sort keeps them in input order behind every negative number.
+double stable_rank_value(std::span<const double> x, std::size_t r, double v) {
+  if (v != 0.0) return v;
+  std::size_t below = 0;
+  for (double e : x) below += e < 0.0 ? 1 : 0;
+  std::size_t zero = 0;
+  for (double e : x) {
+    if (e != 0.0) continue;
+    if (below + zero == r) return e;
+    ++zero;
+  }
+  return v;
+}
+
+// Doubles as unsigned keys in the same order (-0 just below +0).
+uint64_t order_key(double v) {
+  const auto bits = std::bit_cast<uint64_t>(v);
+  return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+}
+
+// The value of rank r (0-based, ascending) among the NaN-free values of w,
+// which it reorders. Large inputs are first narrowed down by the leading
+// bits of their keys (a histogram of 11 bits per round, the elements of
+// the bin holding rank r moved to the front); a selection finishes.
+double select_rank(std::span<double> w, std::size_t r) {
+  constexpr int kDigit = 11;
+  constexpr std::size_t kBins = std::size_t{1} << kDigit;
+  constexpr std::size_t kSmall = 2048;
+  int shift = 64 - kDigit;
+  std::vector<uint32_t> counts;
+  while (w.size() > kSmall && shift >= 0) {
+    // Four interleaved histograms, so that runs of equal bins do not wait
+    // on each other's increments.
+    counts.assign(4 * kBins, 0);
+    const auto bin = [&](double v) { return (order_key(v) >> shift) & (kBins - 1); };
+    std::size_t k = 0;
+    for (; k + 4 <= w.size(); k += 4)
+      for (std::size_t j = 0; j < 4; ++j) ++counts[j * kBins + bin(w[k + j])];
+    for (; k < w.size(); ++k) ++counts[bin(w[k])];
+    std::size_t chosen = 0, before = 0;
+    for (;; ++chosen) {
+      const std::size_t c = counts[chosen] + counts[kBins + chosen] + counts[2 * kBins + chosen] +
+                            counts[3 * kBins + chosen];
+      if (r < before + c) break;
+      before += c;
+    }
+    std::size_t kept = 0;
+    for (double v : w)
+      if (bin(v) == chosen) w[kept++] = v;
+    w = w.first(kept);
+    r -= before;
+    shift = shift >= kDigit ? shift - kDigit : (shift > 0 ? 0 : -1);
+  }
+  std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(r), w.end());
+  return w[r];
+}
+
+// The median's two middle values by rank, found in what a sample of the
+// data brackets: the values whose keys lie between two sample quantiles
+// around the median's rank are gathered into `work` and selected there.
+// Empty when the bracket missed the rank (then the caller selects on a
+// full copy). Sets `nan` when x holds a NaN.
+struct Middle {
+  double lower, upper;  // ranks mid - 1 (even counts only) and mid
+};
+std::optional<Middle> bracketed_middle(std::span<const double> x, std::span<double> work, bool& nan) {
+  const std::size_t n = x.size();
+  const std::size_t mid = n / 2;
+  constexpr std::size_t kSample = 8192;
+  constexpr std::size_t kReach = 256;  // sample ranks either side of the median's
+  std::vector<uint64_t> sample(kSample);
+  for (std::size_t j = 0; j < kSample; ++j) sample[j] = order_key(x[j * (n / kSample)]);
+  std::sort(sample.begin(), sample.end());
+  const std::size_t centre = mid / (n / kSample);
+  const uint64_t low = sample[centre > kReach ? centre - kReach : 0];
+  const uint64_t high = sample[std::min(centre + kReach, kSample - 1)];
+  std::size_t below = 0, kept = 0;
+  uint64_t largestBelow = 0;
+  nan = false;
+  for (const double v : x) {
+    const uint64_t key = order_key(v);
+    nan = nan || v != v;
+    const bool under = key < low;
+    below += under ? 1 : 0;
+    largestBelow = under && key > largestBelow ? key : largestBelow;
+    if (key >= low && key <= high) work[kept++] = v;
+  }
+  if (nan || mid < below || mid >= below + kept) return std::nullopt;
+  const auto w = work.first(kept);
+  const std::size_t r = mid - below;
+  std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(r), w.end());
+  Middle m{0.0, w[r]};
+  if (n % 2 == 0) {
+    if (r > 0) m.lower = *std::max_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(r));
+    else if (below > 0) m.lower = std::bit_cast<double>((largestBelow >> 63) != 0 ? largestBelow & ~(uint64_t{1} << 63) : ~largestBelow);
+    else return std::nullopt;
+  }
+  return m;
+}
+
+double median_of(std::span<const double> x, std::span<double> work) {
   const std::size_t n = x.size();
   if (n == 0) return rtNaN;
-  std::vector<int32_t> idx(n);
-  sort_index(x, idx);
-  if (std::isnan(x[static_cast<std::size_t>(idx[n - 1] - 1)])) return rtNaN;  // NaNs sort last
   const std::size_t mid = n / 2;
-  if (n % 2 == 1) return x[static_cast<std::size_t>(idx[mid] - 1)];
-  const double a = x[static_cast<std::size_t>(idx[mid - 1] - 1)];
-  const double b = x[static_cast<std::size_t>(idx[mid] - 1)];
+  double a = 0.0, b = 0.0;
+  bool nan = false;
+  std::optional<Middle> m;
+  if (n >= 65536) m = bracketed_middle(x, work, nan);
+  if (nan) return rtNaN;  // a NaN sorts last, and then the median is NaN
+  if (m) {
+    a = m->lower;
+    b = m->upper;
+  } else {
+    for (std::size_t k = 0; k < n; ++k) {
+      work[k] = x[k];
+      nan = nan || x[k] != x[k];
+    }
+    if (nan) return rtNaN;
+    b = select_rank(work.first(n), mid);
+    if (n % 2 == 0) {
+      // Rank mid - 1: b again when more than mid elements lie below or at
+      // b's value, else the largest value below b.
+      std::size_t less = 0;
+      double below = -std::numeric_limits<double>::infinity();
+      for (double v : x) {
+        const bool lower = v < b;
+        less += lower ? 1 : 0;
+        below = lower && v > below ? v : below;
+      }
+      a = less <= mid - 1 ? b : below;
+    }
+  }
+  b = stable_rank_value(x, mid, b);
+  if (n % 2 == 1) return b;
+  a = stable_rank_value(x, mid - 1, a);
   // Same sign and finite: a + (b - a) / 2 cannot overflow; otherwise the
   // plain mean is used.
   const bool sameSide = (a < 0.0 && b < 0.0) || (a >= 0.0 && b >= 0.0);
@@ -55,7 +189,19 @@ double vector_median(std::span<const double> x) {
   return (a + b) / 2.0;
 }
 
-double median(std::span<const double> x) { return x.empty() ? rtNaN : vector_median(x); }
+}  // namespace
+
+double vector_median(std::span<const double> x) {
+  std::vector<double> work(x.size());
+  return median_of(x, work);
+}
+
+double median(std::span<const double> x) { return vector_median(x); }
+
+double median(std::span<const double> x, std::span<double> scratch) {
+  if (scratch.size() < x.size()) return vector_median(x);
+  return median_of(x, scratch);
+}
 
 namespace {
 

@@ -6,12 +6,12 @@
 #include <cmath>
 
 #include "detect/detect_support.hpp"
-#include "detect/detector.hpp"
+#include "reference/detector.hpp"
 #include "support/synthetic_ecg.hpp"
 
 namespace {
 
-using namespace kelo::detect;
+using namespace kelo::ref;
 using namespace kelo::test;
 
 // A bump of height 1 at 1-based position p on a flat line of n samples.

@@ -5,11 +5,11 @@
 #include <tuple>
 
 #include "detect/detect_support.hpp"
-#include "detect/detector.hpp"
+#include "reference/detector.hpp"
 
 namespace {
 
-using namespace kelo::detect;
+using namespace kelo::ref;
 using namespace kelo::test;
 
 TEST(Widths, At200HzAndTheShortestUsableRecording) {
