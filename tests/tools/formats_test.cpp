@@ -143,6 +143,34 @@ TEST(Wfdb, AnnotationSkipAndModifiers) {
   EXPECT_THROW(wfdb::parse_annotations(b, "x"), InputError);
 }
 
+// What the writer encodes the reader decodes: long intervals (SKIP), every
+// modifier, codes and their mnemonics both ways.
+TEST(Wfdb, AnnotationsWrittenReadBack) {
+  std::vector<wfdb::Annotation> anns(5);
+  anns[0] = {0, 1, "N", 0, 0, 0, ""};
+  anns[1] = {1023, 5, "V", 2, 1, 7, "odd"};
+  anns[2] = {1024 + 1023, 28, "+", 0, 1, 7, "(AFIB"};
+  anns[3] = {5000000, 1, "N", 0, 0, 0, ""};
+  anns[4] = {5000000, 14, "~", 0, 0, 0, ""};
+  const std::string bytes = wfdb::encode_annotations(anns);
+  const auto read = wfdb::parse_annotations(std::vector<std::uint8_t>(bytes.begin(), bytes.end()), "x");
+  ASSERT_EQ(read.size(), anns.size());
+  for (std::size_t i = 0; i < anns.size(); ++i) {
+    const auto& a = anns[i];
+    const auto& b = read[i];
+    EXPECT_EQ(std::tuple(a.sample, a.code, a.symbol, a.subtype, a.chan, a.num, a.aux),
+              std::tuple(b.sample, b.code, b.symbol, b.subtype, b.chan, b.num, b.aux)) << i;
+  }
+  for (int code = 1; code < 42; ++code) {
+    if (!wfdb::code_symbol(code).empty()) {
+      EXPECT_EQ(wfdb::symbol_code(wfdb::code_symbol(code)), code);
+    }
+  }
+  EXPECT_EQ(wfdb::symbol_code("NN"), 0);
+  std::swap(anns[0], anns[1]);
+  EXPECT_THROW(wfdb::encode_annotations(anns), std::invalid_argument);  // out of order
+}
+
 TEST(Wfdb, BeatSymbols) {
   for (const char* s : {"N", "L", "R", "B", "A", "a", "J", "S", "V", "r", "F", "e", "j", "n", "E", "/", "f", "Q", "?"}) {
     EXPECT_TRUE(wfdb::is_beat_symbol(s)) << s;

@@ -139,7 +139,9 @@ TEST(Excerpt, StartDurationAndTheLimitsOfEachRun) {
   };
   s.start_s = 30;
   EXPECT_EQ(range(RunKind::Qrs), std::tuple(6000, 174000, false));
-  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 120000, true));  // at most 10 minutes
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 174000, false));  // long-term: all of it
+  s.short_hrv = true;
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 120000, true));  // the bridge's: at most 10 minutes
   s.duration_s = 180;
   EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 36000, false));  // exactly 3 minutes is enough
 

@@ -208,31 +208,130 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
 
 }  // namespace
 
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram) {
+std::optional<double> HrvFigures::time_value(std::size_t i) const {
+  if (!computed || !std::isfinite(time.at(i))) return std::nullopt;
+  if ((i == 3 && !sdann_formed) || (i == 4 && !sdnn_index_formed)) return std::nullopt;
+  return time[i];
+}
+
+std::optional<double> HrvFigures::freq_value(std::size_t i) const {
+  if (!spectrum || !std::isfinite(freq.at(i))) return std::nullopt;
+  return freq[i];
+}
+
+namespace {
+
+// Interval times beyond 200 hours (2400 segments of 5 minutes) are beyond
+// what the library's HRV statistics hold.
+constexpr double kLongestHrvSeconds = 720000.0;
+
+// The R peaks within a span, as 1-based positions within it (as
+// detectWaves would give them for that span alone).
+std::vector<std::int32_t> positions_in(const std::vector<std::int64_t>& peaks, const Excerpt& span) {
+  const auto a = std::lower_bound(peaks.begin(), peaks.end(), span.start);
+  const auto b = std::lower_bound(peaks.begin(), peaks.end(), span.end());
+  std::vector<std::int32_t> out;
+  out.reserve(static_cast<std::size_t>(b - a));
+  for (auto it = a; it != b; ++it) out.push_back(static_cast<std::int32_t>(*it - span.start + 1));
+  return out;
+}
+
+// calcHrv over the R peaks of a span, with the bridge's conditions (two R
+// peaks and a heart rate of 30 to 220 bpm). The caller holds the HRV lock.
+HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, Periodogram* spectrum) {
+  HrvFigures f;
+  f.span = span;
+  std::vector<std::int32_t> pos = positions_in(peaks, span);
+  f.beats = pos.size();
+  const auto n = static_cast<std::int32_t>(pos.size()) - 1;
+  if (n < 1) {
+    f.not_computed = "fewer than two R peaks";
+    return f;
+  }
+  IntArray wrapped(emxCreateWrapper_int32_T(pos.data(), n + 1, 1));
+  const double rate = calcHRvar(wrapped.get(), n + 1, kFs);
+  if (!(rate >= kLowestRate && rate <= kHighestRate)) {
+    f.not_computed = "heart rate " + std::to_string(static_cast<long long>(std::llround(rate))) + " bpm, outside 30-220 bpm";
+    return f;
+  }
+  f.heart_rate = rate;
+  if (span.duration_s() > kLongestHrvSeconds) {
+    f.not_computed = "longer than 200 hours, the longest series the library's HRV statistics hold";
+    return f;
+  }
+  std::int32_t status = 0;
+  calcHrv(pos.data(), n, kFs, f.time.data(), f.freq.data(), &status);
+  f.computed = true;
+  f.spectrum = status == kSuccess;
+  f.status = status;
+  // Whether SDANN and the SDNN index were formed: calcStatNN marks them
+  // -1 when not (calcHrv turns the mark of SDANN into 0).
+  std::vector<char> annotations(static_cast<std::size_t>(n));
+  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+  std::array<double, 7> raw{};
+  calcRR(pos.data(), n, kFs, annotations.data(), t.data(), rr.data());
+  calcStatNN(t.data(), rr.data(), annotations.data(), n, raw.data());
+  f.sdann_formed = raw[3] != -1.0;
+  f.sdnn_index_formed = raw[4] != -1.0;
+  if (spectrum != nullptr) *spectrum = periodogram(pos);
+  return f;
+}
+
+// Consecutive spans of `length` samples over an excerpt; a tail of at
+// least `shortest` samples is a last, shorter span.
+std::vector<Excerpt> spans(const Excerpt& e, std::int64_t length, std::int64_t shortest) {
+  std::vector<Excerpt> out;
+  for (std::int64_t from = e.start; from < e.end(); from += length) {
+    const std::int64_t n = std::min(length, e.end() - from);
+    if (n == length || n >= shortest) out.push_back({from, n, false});
+  }
+  return out;
+}
+
+}  // namespace
+
+HrvResult hrv_not_computed(QrsResult qrs, const std::string& why) {
+  HrvResult h;
+  h.whole.span = qrs.excerpt;
+  h.whole.beats = qrs.r_peaks.size();
+  h.whole.status = qrs.status;
+  h.whole.not_computed = why;
+  h.qrs = std::move(qrs);
+  return h;
+}
+
+HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
   HrvResult r;
   r.qrs = std::move(qrs);
+  r.long_term = options.long_term;
   const QrsResult& q = r.qrs;
-  r.status = q.status;
-  if (!q.heart_rate) {
-    r.not_computed = q.r_peaks.size() < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
-    return r;
+  std::lock_guard guard(lock.mutex);
+  r.whole = figures(q.r_peaks, q.excerpt, options.periodograms ? &r.periodogram : nullptr);
+  // The status of the whole excerpt is the bridge's: without an accepted
+  // heart rate that of the detection, and a clipped or irregular excerpt
+  // says so whatever the HRV gave.
+  if (!r.whole.computed) r.whole.status = q.status;
+  if (q.excerpt_grade == 2) r.whole.status = kClipped;
+  if (q.excerpt_grade == 3) r.whole.status = kIrregular;
+  if (!options.long_term) return r;
+
+  for (const Excerpt& span : spans(q.excerpt, kSegmentSamples, kSegmentSamples)) {
+    if (options.periodograms) r.segment_periodograms.emplace_back();
+    r.segments.push_back(figures(q.r_peaks, span, options.periodograms ? &r.segment_periodograms.back() : nullptr));
   }
-  // calcHrv takes the 1-based positions within the excerpt, as detectWaves
-  // gave them.
-  std::vector<std::int32_t> peaks;
-  peaks.reserve(q.r_peaks.size());
-  for (auto s : q.r_peaks) peaks.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
-  std::int32_t status = 0;
-  {
-    std::lock_guard guard(lock.mutex);
-    calcHrv(peaks.data(), static_cast<std::int32_t>(peaks.size() - 1), kFs, r.time.data(), r.freq.data(), &status);
-    if (with_periodogram) r.periodogram = periodogram(peaks);
+  for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
+    double sum = 0.0;
+    std::size_t n = 0;
+    for (const auto& seg : r.segments) {
+      if (const auto v = seg.freq_value(i)) {
+        sum += *v;
+        ++n;
+      }
+    }
+    r.segments_in_mean[i] = n;
+    if (n > 0) r.segment_mean[i] = sum / static_cast<double>(n);
   }
-  r.computed = true;
-  r.spectrum = status == kSuccess;
-  r.status = status;
-  if (q.excerpt_grade == 2) r.status = kClipped;
-  if (q.excerpt_grade == 3) r.status = kIrregular;
+  for (const Excerpt& span : spans(q.excerpt, kHourSamples, kSegmentSamples)) r.hours.push_back(figures(q.r_peaks, span, nullptr));
   return r;
 }
 

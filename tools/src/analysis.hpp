@@ -29,6 +29,9 @@ struct AnalysisSettings {
   // length (see segments.hpp); 0 detects every excerpt in one pass.
   double segment_s = 600.0;
   unsigned threads = 1;  // segments detected at once
+  // HRV: the Java bridge's analysis of 3 to 10 minutes (a longer excerpt
+  // is cut to its first 10 minutes) instead of the long-term one.
+  bool short_hrv = false;
 };
 
 // A stretch of the 200 Hz recording.
@@ -76,7 +79,8 @@ inline constexpr std::int64_t kHrvMaxSamples = 120000;
 
 // The excerpt selected by --start and --duration. Throws InputError naming
 // the recording when it starts beyond the end or is too short for the run;
-// an HRV excerpt longer than 10 minutes is cut to its first 10 minutes.
+// for the short HRV analysis an excerpt longer than 10 minutes is cut to
+// its first 10 minutes.
 Excerpt choose_excerpt(const Prepared& prepared, const AnalysisSettings& settings, RunKind kind);
 
 // Result statuses (the library bridge's codes).
@@ -113,6 +117,16 @@ struct QrsResult {
   std::optional<double> full_scale;   // as used; none: clipping not tested
 };
 
+// One detected beat as the outputs list it. The label is empty while
+// nothing is known about the beat (an annotation file then says N).
+struct BeatRecord {
+  std::int64_t sample = 0;           // 0-based, 200 Hz, in the whole recording
+  std::int64_t sample_original = 0;  // at the recording's own rate
+  double time_s = 0.0;
+  std::string label;
+};
+std::vector<BeatRecord> beat_records(const Prepared& prepared, const QrsResult& qrs);
+
 // Detection, grades and heart rate over the excerpt.
 QrsResult run_qrs(const Prepared& prepared, const Excerpt& excerpt, const AnalysisSettings& settings);
 
@@ -126,15 +140,44 @@ struct Periodogram {
   std::vector<double> amplitude;     // band power = sum of amplitude^2 over its lines
 };
 
+// The HRV figures of one stretch of the excerpt: calcHrv over the R peaks
+// that lie in it.
+struct HrvFigures {
+  Excerpt span;
+  std::size_t beats = 0;             // R peaks in the span
+  std::optional<double> heart_rate;  // bpm (calcHRvar), when in 30..220
+  int status = kNoUsableBeats;       // 0, 3 (not computed), 4 (no spectrum); the whole excerpt also 5, 6
+  bool computed = false;             // the time-domain results were formed
+  bool spectrum = false;             // the frequency-domain results were formed
+  std::string not_computed;          // why not
+  std::array<double, 7> time{};      // kTimeFields as calcHrv gives them
+  std::array<double, 6> freq{};      // kFreqFields
+  // SDANN needs two 5-minute segments and the SDNN index one with two NN
+  // intervals; calcHrv reports an SDANN it cannot form as 0.
+  bool sdann_formed = false;
+  bool sdnn_index_formed = false;
+
+  // The value of a figure when it was formed and is a number.
+  std::optional<double> time_value(std::size_t i) const;
+  std::optional<double> freq_value(std::size_t i) const;
+  // ULF power (periods of 5 minutes and longer) means something only over
+  // an hour or more.
+  bool ulf_meaningful() const { return span.duration_s() >= 3600.0; }
+};
+
 struct HrvResult {
   QrsResult qrs;
-  int status = kSuccess;
-  bool computed = false;
-  bool spectrum = false;     // the frequency-domain results were formed
-  std::string not_computed;  // why the statistics were not computed
-  std::array<double, 7> time{};  // kTimeFields, 0 when not computed
-  std::array<double, 6> freq{};  // kFreqFields, 0 when not computed
-  Periodogram periodogram;       // filled on request
+  // Long-term: the whole excerpt, its 5-minute segments and its hours.
+  // Short: the Java bridge's analysis of 3 to 10 minutes.
+  bool long_term = false;
+  HrvFigures whole;          // its status takes the excerpt grade into account, as the bridge does
+  Periodogram periodogram;   // of the whole excerpt, on request
+  std::vector<HrvFigures> segments;  // consecutive 5 minutes (a shorter tail is no segment)
+  std::vector<Periodogram> segment_periodograms;  // on request
+  // Mean of each frequency-domain figure over the segments that formed it.
+  std::array<std::optional<double>, 6> segment_mean{};
+  std::array<std::size_t, 6> segments_in_mean{};
+  std::vector<HrvFigures> hours;  // consecutive hours; a tail of 5 minutes or more is a last, shorter one
 };
 
 // The HRV statistics are computed with routines that keep static state;
@@ -144,8 +187,28 @@ struct HrvLock {
   std::mutex mutex;
 };
 
-// The HRV run on the R peaks of `qrs` (detected over the HRV excerpt).
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, bool with_periodogram);
+// Minimum length of the long-term HRV analysis: longer excerpts get it, an
+// excerpt of 3 to 10 minutes (or --short) gets the bridge's analysis.
+inline constexpr std::int64_t kLongTermMinSamples = kHrvMaxSamples + 1;
+inline constexpr std::int64_t kSegmentSamples = 300 * 200;  // 5 minutes
+inline constexpr std::int64_t kHourSamples = 3600 * 200;
+
+struct HrvOptions {
+  bool long_term = false;
+  bool periodograms = false;  // for the report
+};
+
+// The analysis an HRV excerpt gets: long-term beyond 10 minutes.
+inline HrvOptions hrv_options(const Excerpt& hrv_excerpt, bool periodograms) {
+  return {hrv_excerpt.length > kHrvMaxSamples, periodograms};
+}
+
+// The HRV run on the R peaks of `qrs`, over its whole excerpt.
+HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options);
+
+// The HRV result of a run whose HRV was not computed at all (an excerpt
+// too short for it), with the reason.
+HrvResult hrv_not_computed(QrsResult qrs, const std::string& why);
 
 // A second look at the detected beats, for the report: the library's beat
 // classification (shape against the average beat) and its RR check (beats

@@ -13,6 +13,7 @@
 #include "output.hpp"
 #include "parallel.hpp"
 #include "report.hpp"
+#include "wfdb.hpp"
 
 namespace keloecg {
 
@@ -35,15 +36,30 @@ std::string input_or_bundled(const std::string& file) { return file.empty() ? bu
 
 Prepared load(const CommonOptions& o, const std::string& file) {
   Recording rec = load_recording(file, read_window(o.load, o.analysis));
-  // Text output shows the notes; keep machine-readable output clean and
-  // still tell the person at the terminal.
-  if (o.json || o.csv) {
-    for (const auto& w : rec.warnings) warn(rec.path + ": " + w);
-  }
+  // Notes go to standard error in every mode, so that the output itself
+  // stays what was asked for.
+  for (const auto& w : rec.warnings) warn(rec.path + ": " + w);
   return prepare(std::move(rec), o.analysis);
 }
 
 std::string dump(const Json& j) { return j.dump(2) + "\n"; }
+
+// The detected beats as a WFDB annotation file (MIT format) numbered at
+// the recording's own rate, so that WFDB tools read them beside the
+// record. A beat whose label is not known is written N, as WFDB's own
+// detectors write the beats they do not classify.
+void write_beat_annotations(const CommonOptions& o, const Prepared& p, const QrsResult& q) {
+  if (o.annotations_out.empty()) return;
+  std::vector<wfdb::Annotation> beats;
+  for (const auto& b : beat_records(p, q)) {
+    wfdb::Annotation a;
+    a.sample = b.sample_original;
+    a.code = b.label.empty() ? 1 : wfdb::symbol_code(b.label);
+    if (a.code == 0) a.code = wfdb::symbol_code("Q");  // a label WFDB has no code for: unclassified
+    beats.push_back(a);
+  }
+  write_file_atomically(o.annotations_out, wfdb::encode_annotations(beats));
+}
 
 std::optional<fs::path> annotations_for(const Prepared& p, const std::string& given) {
   if (!given.empty()) return fs::path(given);
@@ -86,14 +102,6 @@ std::optional<Excerpt> hrv_excerpt(const Prepared& p, const AnalysisSettings& s,
 
 bool same_excerpt(const Excerpt& a, const Excerpt& b) { return a.start == b.start && a.length == b.length; }
 
-HrvResult hrv_not_computed(QrsResult qrs, const std::string& why) {
-  HrvResult h;
-  h.status = qrs.status;
-  h.qrs = std::move(qrs);
-  h.not_computed = why;
-  return h;
-}
-
 }  // namespace
 
 std::string bundled_recording() {
@@ -120,6 +128,7 @@ int command_qrs(const CommonOptions& options, const std::string& file) {
   const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   const QrsResult q = run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Qrs), o.analysis);
+  write_beat_annotations(o, p, q);
   if (o.json) {
     emit(o, dump(document(p, o.analysis, &q, nullptr, nullptr)));
   } else if (o.csv) {
@@ -134,11 +143,13 @@ int command_hrv(const CommonOptions& options, const std::string& file) {
   const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   HrvLock lock;
-  const HrvResult h = run_hrv(run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), lock, false);
+  const Excerpt e = choose_excerpt(p, o.analysis, RunKind::Hrv);
+  const HrvResult h = run_hrv(run_qrs(p, e, o.analysis), lock, hrv_options(e, false));
+  write_beat_annotations(o, p, h.qrs);
   if (o.json) {
     emit(o, dump(document(p, o.analysis, &h.qrs, &h, nullptr)));
   } else if (o.csv) {
-    emit(o, csv_line(summary_header()) + csv_line(summary_row(p.recording.path, &p, &h.qrs, &h, nullptr, "")));
+    emit(o, hrv_csv(h));
   } else {
     emit(o, recording_text(p) + qrs_text(p, h.qrs, false) + hrv_text(h));
   }
@@ -158,17 +169,21 @@ int command_report(const CommonOptions& options, const std::string& file, const 
 
   QrsResult q = run_qrs(p, excerpt, o.analysis);
   HrvLock lock;
-  const HrvResult h = hrv_range ? run_hrv(std::move(q), lock, true) : hrv_not_computed(std::move(q), why);
+  const HrvResult h =
+      hrv_range ? run_hrv(std::move(q), lock, hrv_options(*hrv_range, true)) : hrv_not_computed(std::move(q), why);
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
+  write_beat_annotations(o, p, h.qrs);
 
   const std::string html = render_report(p, o.analysis, h, review_beats(p, h.qrs), v ? &*v : nullptr);
-  const fs::path out = o.output.empty() ? fs::path("report.html") : fs::path(o.output);
+  // Without -o the report is named after the record, in the current
+  // folder, and the message says so.
+  const fs::path out = o.output.empty() ? fs::path(p.recording.name + "-report.html") : fs::path(o.output);
   write_file_atomically(out, html);
   std::error_code ec;
   const fs::path shown = fs::absolute(out, ec);
-  std::printf("Report written to %s (%.0f KB): open it in a browser.\n", (ec ? out : shown).c_str(),
-              static_cast<double>(html.size()) / 1024.0);
+  std::printf("Report written to %s (%.0f KB%s): open it in a browser.\n", (ec ? out : shown).c_str(),
+              static_cast<double>(html.size()) / 1024.0, o.output.empty() ? ", no -o given" : "");
   return 0;
 }
 
@@ -288,7 +303,7 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
     if (const auto range = hrv_excerpt(p, o.analysis, why)) {
       // Reuse the detection when the HRV excerpt is the same stretch.
       QrsResult q = same_excerpt(*range, run.qrs.excerpt) ? run.qrs : run_qrs(p, *range, o.analysis);
-      hrv = run_hrv(std::move(q), lock, false);
+      hrv = run_hrv(std::move(q), lock, hrv_options(*range, false));
     } else {
       hrv = hrv_not_computed(run.qrs, why);
     }

@@ -87,12 +87,19 @@ Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kin
     throw InputError(where, "recording too short: " + clock_text(e.duration_s()) +
                                 (e.start > 0 || s.duration_s ? " in the chosen excerpt" : "") + ", " + what);
   }
-  if (kind == RunKind::Hrv && e.length > kHrvMaxSamples) {
+  if (kind == RunKind::Hrv && s.short_hrv && e.length > kHrvMaxSamples) {
     e.length = kHrvMaxSamples;
     e.capped = true;
   }
   if (e.length > INT32_MAX) throw InputError(where, "recording too long for one analysis; choose an excerpt with --duration");
   return e;
+}
+
+std::vector<BeatRecord> beat_records(const Prepared& p, const QrsResult& q) {
+  std::vector<BeatRecord> out;
+  out.reserve(q.r_peaks.size());
+  for (auto s : q.r_peaks) out.push_back({s, p.map.to_original(s), static_cast<double>(s) / kAnalysisRate, ""});
+  return out;
 }
 
 std::string status_text(int status) {

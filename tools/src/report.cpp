@@ -109,7 +109,7 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   data["ecg"] = {{"fs", kAnalysisRate},
                  {"start_sample", q.excerpt.start},
                  {"f32", base64(samples.data(), samples.size() * sizeof(float))}};
-  if (hrv.spectrum) {
+  if (hrv.whole.spectrum) {
     data["periodogram"] = {{"frequency_hz", hrv.periodogram.frequency_hz}, {"amplitude", hrv.periodogram.amplitude}};
   } else {
     data["periodogram"] = nullptr;

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include "errors.hpp"
 #include "file_util.hpp"
@@ -328,12 +329,65 @@ SignalData read_signal(const Header& header, const std::filesystem::path& header
   return out;
 }
 
-std::string_view code_symbol(int code) {
-  static constexpr std::array<std::string_view, 42> symbols = {
+namespace {
+
+constexpr std::array<std::string_view, 42> kSymbols = {
       "",  "N", "L", "R", "a", "V", "F", "J", "A", "S", "E", "j", "/", "Q",
       "~", "",  "|", "",  "s", "T", "*", "D", "\"", "=", "p", "B", "^", "t",
       "+", "u", "?", "!", "[", "]", "e", "n", "@", "x", "f", "(", ")", "r"};
-  return code >= 0 && code < static_cast<int>(symbols.size()) ? symbols[code] : std::string_view();
+
+}  // namespace
+
+std::string_view code_symbol(int code) {
+  return code >= 0 && code < static_cast<int>(kSymbols.size()) ? kSymbols[static_cast<std::size_t>(code)] : std::string_view();
+}
+
+int symbol_code(std::string_view symbol) {
+  for (std::size_t code = 1; code < kSymbols.size(); ++code) {
+    if (!symbol.empty() && kSymbols[code] == symbol) return static_cast<int>(code);
+  }
+  return 0;
+}
+
+std::string encode_annotations(std::span<const Annotation> annotations) {
+  enum : unsigned { kSkip = 59, kNum = 60, kSub = 61, kChn = 62, kAux = 63 };
+  std::string out;
+  const auto word = [&](unsigned code, unsigned value) {
+    const unsigned w = code << 10 | (value & 0x3FF);
+    out += static_cast<char>(w & 0xFF);
+    out += static_cast<char>(w >> 8);
+  };
+  long long time = 0;
+  int chan = 0, num = 0;
+  for (const Annotation& a : annotations) {
+    if (a.code < 1 || a.code > 49) throw std::invalid_argument("annotation code " + std::to_string(a.code) + " cannot be written");
+    long long delta = a.sample - time;
+    if (delta < 0) throw std::invalid_argument("annotations out of time order");
+    if (delta > 1023) {
+      if (delta > INT32_MAX) throw std::invalid_argument("annotation interval too long");
+      // The 32-bit interval, high 16 bits first, each half little-endian.
+      word(kSkip, 0);
+      const auto interval = static_cast<std::uint32_t>(delta);
+      for (std::uint32_t half : {interval >> 16, interval & 0xFFFF}) {
+        out += static_cast<char>(half & 0xFF);
+        out += static_cast<char>(half >> 8);
+      }
+      delta = 0;
+    }
+    word(static_cast<unsigned>(a.code), static_cast<unsigned>(delta));
+    time = a.sample;
+    if (a.subtype != 0) word(kSub, static_cast<unsigned>(a.subtype));
+    if (a.chan != chan) word(kChn, static_cast<unsigned>(chan = a.chan));
+    if (a.num != num) word(kNum, static_cast<unsigned>(num = a.num));
+    if (!a.aux.empty()) {
+      const std::string aux = a.aux.substr(0, 255);
+      word(kAux, static_cast<unsigned>(aux.size()));
+      out += aux;
+      if (aux.size() % 2) out += '\0';
+    }
+  }
+  word(0, 0);
+  return out;
 }
 
 bool is_beat_symbol(std::string_view symbol) {

@@ -95,8 +95,17 @@ struct Annotation {
 std::vector<Annotation> parse_annotations(std::span<const std::uint8_t> bytes,
                                           const std::string& where);
 
+// An MIT-format annotation file holding `annotations` (in time order,
+// sample numbers from 0): every field is written, intervals of more than
+// 1023 samples with a SKIP entry. Throws std::invalid_argument for
+// annotations out of order or with a code outside 1..49.
+std::string encode_annotations(std::span<const Annotation> annotations);
+
 // Mnemonic of an annotation code ("" for codes without one).
 std::string_view code_symbol(int code);
+
+// The code of a mnemonic (0 for none).
+int symbol_code(std::string_view symbol);
 
 // True for the symbols that mark a beat: N L R B A a J S V r F e j n E / f Q ?
 bool is_beat_symbol(std::string_view symbol);
