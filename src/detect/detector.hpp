@@ -131,13 +131,18 @@ struct BracketStats {
 };
 
 // Prefix sums of the finite values among x[0 .. count) (or of their
-// rounded squares): prefix[j] the sum of those before j, nonFinite[j] the
-// count of NaNs and infinities before j (count + 1 entries each). Returns
-// a bound on the rounding error of the difference of any two prefixes:
-// each of the count additions errs by at most u times the largest partial
-// sum. Feeds the kernels' mean_bounds and spread_bounds.
-double prefix_sums(const double* x, std::size_t count, bool squares, double* prefix,
-                   uint32_t* nonFinite);
+// rounded squares): prefix[j] the sum of those before j (count + 1
+// entries), with a bound on the rounding error of the difference of any two
+// prefixes (each of the count additions errs by at most u times the largest
+// partial sum). When some value is NaN or infinite, nonFinite[j] counts
+// those before j (else nonFinite is left alone). Feeds the kernels'
+// mean_bounds and spread_bounds.
+struct PrefixSums {
+  double error;
+  bool allFinite;
+};
+PrefixSums prefix_sums(const double* x, std::size_t count, bool squares, double* prefix,
+                       uint32_t* nonFinite);
 
 // Stages 7 and 8 without the threshold curve: the same regions as
 // candidate_regions(qrsFeature, threshold_curve(...)), from the centred ECG

@@ -1,7 +1,10 @@
 // Peak finders of the QRS detector and the exported absolute-value kernel.
 #include "detect/peak_finders.hpp"
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "keloecgsolver/detect.h"
@@ -46,12 +49,25 @@ Peak m_findbigpeak(std::span<const double> x) {
       peak.position = top;
     }
   };
-  for (std::size_t k = 1; k + 1 < length; ++k) {
-    if (is_local_min(x, k)) minimum = static_cast<double>(k + 1);
-    if (is_local_max(x, k)) {
+  // The extremes are few: find them 64 samples at a time as bit masks
+  // (no branch per sample), then visit them in order.
+  for (std::size_t base = 1; base + 1 < length; base += 64) {
+    const std::size_t end = std::min(base + 64, length - 1);
+    uint64_t minima = 0, maxima = 0;
+    for (std::size_t k = base; k < end; ++k) {
+      minima |= static_cast<uint64_t>(is_local_min(x, k)) << (k - base);
+      maxima |= static_cast<uint64_t>(is_local_max(x, k)) << (k - base);
+    }
+    for (uint64_t events = minima | maxima; events != 0; events &= events - 1) {
+      const int bit = std::countr_zero(events);
+      const auto position = static_cast<double>(base + static_cast<std::size_t>(bit) + 1);
+      if ((minima >> bit) & 1U) {
+        minimum = position;
+        continue;
+      }
       if (pending && minimum != kNone) settle(minimum);
       pending = true;
-      top = static_cast<double>(k + 1);
+      top = position;
       leftFoot = minimum;
       minimum = kNone;
     }

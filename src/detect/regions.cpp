@@ -114,8 +114,7 @@ std::optional<double> cube_high(double s) {
 enum class Verdict : unsigned char {
   Below,       // not above
   Above,       // above
-  NeedSpread,  // t is bracketed; the spread decides
-  NeedExact,   // t could not be bracketed: compute T exactly
+  NeedSpread,  // the spread and T decide
 };
 
 // Marks in the bounds of t and of the spread: the value is NaN or infinite
@@ -125,22 +124,73 @@ constexpr double kUnknownSpread = -2.0;
 
 }  // namespace
 
-double prefix_sums(const double* x, std::size_t count, bool squares, double* prefix,
-                   uint32_t* nonFinite) {
-  double sum = 0.0, largest = 0.0;
-  uint32_t bad = 0;
-  prefix[0] = 0.0;
-  nonFinite[0] = 0;
-  for (std::size_t j = 0; j < count; ++j) {
-    const double v = x[j];
-    const bool finite = std::fabs(v) <= kMax;
-    bad += finite ? 0 : 1;
-    sum += finite ? (squares ? v * v : v) : 0.0;
-    largest = std::max(largest, std::fabs(sum));
-    prefix[j + 1] = sum;
-    nonFinite[j + 1] = bad;
+namespace {
+
+// Four quarters of x summed side by side (four chains of additions in
+// flight), then each quarter shifted by the sum of those before it. With
+// Counting, non-finite samples count instead of adding.
+template <bool Squares, bool Counting>
+double quartered_prefix(const double* x, std::size_t count, double* prefix, uint32_t* nonFinite) {
+  const std::size_t q = count / 4;
+  double sum[4] = {}, largest[4] = {};
+  uint32_t bad[4] = {};
+  const auto add = [&](std::size_t i, std::size_t j) {
+    double v = x[j];
+    if constexpr (Squares) v = v * v;
+    if constexpr (Counting) {
+      const bool finite = std::fabs(x[j]) <= kMax;
+      bad[i] += finite ? 0 : 1;
+      nonFinite[j + 1] = bad[i];
+      v = finite ? v : 0.0;
+    }
+    sum[i] += v;
+    largest[i] = std::max(largest[i], std::fabs(sum[i]));
+    prefix[j + 1] = sum[i];
+  };
+  for (std::size_t j = 0; j < q; ++j) {
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < 4; ++i) add(i, i * q + j);
   }
-  return 2.5 * kUnit * static_cast<double>(count + 1) * largest;
+  for (std::size_t j = 4 * q; j < count; ++j) add(3, j);
+  prefix[0] = 0.0;
+  if constexpr (Counting) nonFinite[0] = 0;
+  double most = std::max({largest[0], largest[1], largest[2], largest[3]});
+  double offset = 0.0;
+  uint32_t offsetBad = 0;
+  for (std::size_t i = 1; i < 4; ++i) {
+    offset += sum[i - 1];
+    offsetBad += bad[i - 1];
+    most = std::max(most, std::fabs(offset));
+    const std::size_t end = i < 3 ? (i + 1) * q : count;
+    for (std::size_t j = i * q + 1; j <= end; ++j) {
+      prefix[j] += offset;
+      most = std::max(most, std::fabs(prefix[j]));
+      if constexpr (Counting) nonFinite[j] += offsetBad;
+    }
+  }
+  // Each prefix took at most count + 4 additions, each rounding by at most
+  // u times the largest magnitude summed; two prefixes make a difference.
+  return 2.5 * kUnit * static_cast<double>(count + 8) * most;
+}
+
+template <bool Squares>
+PrefixSums prefix_sums_of(const double* x, std::size_t count, double* prefix, uint32_t* nonFinite) {
+  // First without a look at each sample: once a partial sum is NaN or
+  // infinite it stays so, so a finite total (and largest partial sum: the
+  // maximum passes NaNs over) means every sample was finite and no sum
+  // overflowed, and every prefix counts no non-finite sample.
+  const double error = quartered_prefix<Squares, false>(x, count, prefix, nonFinite);
+  if (std::isfinite(error) && std::isfinite(prefix[count])) return {error, true};
+  const double counted = quartered_prefix<Squares, true>(x, count, prefix, nonFinite);
+  return {counted, nonFinite[count] == 0};
+}
+
+}  // namespace
+
+PrefixSums prefix_sums(const double* x, std::size_t count, bool squares, double* prefix,
+                       uint32_t* nonFinite) {
+  return squares ? prefix_sums_of<true>(x, count, prefix, nonFinite)
+                 : prefix_sums_of<false>(x, count, prefix, nonFinite);
 }
 
 Regions candidate_regions(std::span<const double> qrsFeature, std::span<const double> qrsThreshold) {
@@ -189,15 +239,17 @@ Regions regions_without_threshold(std::span<const double> ecg, std::span<const d
     // without the spread.
     const std::size_t a0 = b0 > h ? b0 - h : 0;
     const std::size_t a1 = std::min(n, b1 + h);
-    const double error = prefix_sums(qrsFeature.data() + a0, a1 - a0, false, prefix, nonFinite.data());
+    const PrefixSums sums = prefix_sums(qrsFeature.data() + a0, a1 - a0, false, prefix, nonFinite.data());
+    const double error = sums.error;
     // Windows that fit whole, at once; those cut at an end one by one.
     const std::size_t whole0 = std::max(b0, h), whole1 = std::min(b1, n > h ? n - h : 0);
     if (whole1 > whole0)
       kernels.mean_bounds(prefix + (whole0 - h - a0), 2 * h + 1, whole1 - whole0, error,
                           tLo + (whole0 - b0), tHi + (whole0 - b0));
-    const bool plain = whole0 == b0 && whole1 == b1 && nonFinite[a1 - a0] == 0 &&
+    const bool plain = whole0 == b0 && whole1 == b1 && sums.allFinite &&
                        hold.source(b0) == b0 && hold.source(b1 - 1) == b1 - 1 &&
                        (b1 <= hold.tailBegin || b0 >= hold.tailEnd);
+    std::size_t open0 = b1, open1 = b0;  // the first and one past the last open sample
     for (std::size_t k = b0; k < b1; ++k) {
       const std::size_t i = k - b0;
       if (!plain) {
@@ -205,44 +257,47 @@ Regions regions_without_threshold(std::span<const double> ecg, std::span<const d
         const std::size_t lo = (k > h ? k - h : 0) - a0, hi = std::min(n, k + h + 1) - a0;
         if (source != k) {
           tLo[i] = tHi[i] = held_t(source);
-        } else if (nonFinite[hi] != nonFinite[lo]) {
-          tLo[i] = tHi[i] = kNonFiniteSpread;  // t is NaN or +Inf
+        } else if (!sums.allFinite && nonFinite[hi] != nonFinite[lo]) {
+          tLo[i] = tHi[i] = rtNaN;  // t is NaN or +Inf
         } else if (k < whole0 || k >= whole1) {
           kernels.mean_bounds(prefix + lo, hi - lo, 1, error, tLo + i, tHi + i);
         }
       }
-      // A NaN envelope value, and any value against a NaN or infinite t, is
-      // never above.
-      const double f = qrsFeature[k];
-      if (tLo[i] == kNonFiniteSpread || std::isnan(f)) verdict[i] = Verdict::Below;
-      else if (tLo[i] == kUnknownSpread) verdict[i] = Verdict::NeedExact;
-      else verdict[i] = f > tLo[i] ? Verdict::NeedSpread : Verdict::Below;
+      // A NaN envelope value, and any value against a NaN or infinite t
+      // (marked NaN), is never above; an unknown t (marked -2) goes on.
+      const bool open = qrsFeature[k] > tLo[i];
+      verdict[i] = open ? Verdict::NeedSpread : Verdict::Below;
+      open0 = open && k < open0 ? k : open0;
+      open1 = open ? k + 1 : open1;
     }
     // Pass 2: bounds on the spread of the samples still open, through
     // prefix sums of the ECG and of its squares.
-    std::size_t open0 = b1, open1 = b0;
-    for (std::size_t k = b0; k < b1; ++k)
-      if (verdict[k - b0] == Verdict::NeedSpread) {
-        open0 = std::min(open0, k);
-        open1 = k + 1;
-      }
     const std::size_t fit0 = std::max(open0, sh), fit1 = std::min(open1, n > sh ? n - sh : 0);
-    if (spreadWindows && fit1 > fit0) {
+    const bool windows = spreadWindows && fit1 > fit0;
+    if (windows) {
       const std::size_t c0 = fit0 - sh, c1 = fit1 + sh;
-      const double sumError = prefix_sums(ecg.data() + c0, c1 - c0, false, prefix, nonFinite.data());
-      const double squareError =
-          prefix_sums(ecg.data() + c0, c1 - c0, true, squarePrefix, nonFinite.data());
-      kernels.spread_bounds(prefix, squarePrefix, 2 * sh + 1, fit1 - fit0, sumError, squareError,
+      const PrefixSums sums = prefix_sums(ecg.data() + c0, c1 - c0, false, prefix, nonFinite.data());
+      const PrefixSums squared = prefix_sums(ecg.data() + c0, c1 - c0, true, squarePrefix, nonFinite.data());
+      kernels.spread_bounds(prefix, squarePrefix, 2 * sh + 1, fit1 - fit0, sums.error, squared.error,
                             sLo + (fit0 - b0), sHi + (fit0 - b0));
-      for (std::size_t k = fit0; k < fit1; ++k)
-        if (nonFinite[k + sh + 1 - c0] != nonFinite[k - sh - c0])
-          sLo[k - b0] = sHi[k - b0] = kNonFiniteSpread;
+      if (!sums.allFinite)
+        for (std::size_t k = fit0; k < fit1; ++k)
+          if (nonFinite[k + sh + 1 - c0] != nonFinite[k - sh - c0])
+            sLo[k - b0] = sHi[k - b0] = kNonFiniteSpread;
     }
-    for (std::size_t k = open0; k < open1; ++k) {
-      if (spreadWindows && k >= fit0 && k < fit1) continue;
-      if (verdict[k - b0] != Verdict::NeedSpread) continue;
-      const double s = exact_spread(k);  // held, or a one-sample window
-      sLo[k - b0] = sHi[k - b0] = std::isfinite(s) ? s : kNonFiniteSpread;
+    // The open samples without a whole window: held, or one-sample windows.
+    const auto exact_spreads = [&](std::size_t from, std::size_t to) {
+      for (std::size_t k = from; k < to; ++k) {
+        if (verdict[k - b0] != Verdict::NeedSpread) continue;
+        const double s = exact_spread(k);
+        sLo[k - b0] = sHi[k - b0] = std::isfinite(s) ? s : kNonFiniteSpread;
+      }
+    };
+    if (windows) {
+      exact_spreads(open0, fit0);
+      exact_spreads(fit1, open1);
+    } else {
+      exact_spreads(open0, open1);
     }
     // Pass 3: the open samples, by the bounds of T(k) or, between them, by
     // T(k) itself.
@@ -250,7 +305,7 @@ Regions regions_without_threshold(std::span<const double> ecg, std::span<const d
       const std::size_t i = k - b0;
       if (verdict[i] == Verdict::Below) continue;
       const double f = qrsFeature[k];
-      if (verdict[i] == Verdict::NeedSpread) {
+      if (tLo[i] >= 0.0) {  // t bracketed (else marked unknown)
         if (sLo[i] == kNonFiniteSpread) {
           verdict[i] = Verdict::Below;
           continue;
