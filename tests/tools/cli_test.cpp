@@ -354,6 +354,10 @@ TEST(Program, CsvAndJsonSayWhatTheirNumbersAre) {
             "ulf_meaningful");
   EXPECT_TRUE(hrv.substr(hrv.find('\n') + 1).starts_with("excerpt (short analysis),,0,300,300,")) << hrv;
 
+  // Times are read as [h:]mm:ss too.
+  const json part = run_json({"qrs", "--json", "--start", "1:00", "--duration", "0:00:30.5"})["qrs"]["excerpt"];
+  EXPECT_EQ(std::pair(part["start_s"], part["duration_s"]), std::pair(json(60.0), json(30.5)));
+
   const json q = run_json({"qrs", "--json"})["qrs"];
   EXPECT_EQ(q["window_grade_names"], json({{"0", "usable"}, {"3", "too few beats"}, {"5", "clipped"}, {"6", "irregular"}}));
   EXPECT_EQ(q["window_grade_counts"]["usable"], 30);

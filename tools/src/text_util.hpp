@@ -1,6 +1,7 @@
 // Small text helpers shared by the outputs and messages.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <optional>
@@ -19,6 +20,7 @@ inline std::string clock_text(double seconds, int decimals = 1) {
     std::snprintf(buf, sizeof buf, "%g s", seconds);
     return buf;
   }
+  decimals = std::clamp(decimals, 0, 6);
   long long unit = 1;
   for (int d = 0; d < decimals; ++d) unit *= 10;
   const bool negative = seconds < 0;
@@ -26,7 +28,9 @@ inline std::string clock_text(double seconds, int decimals = 1) {
   const long long whole = ticks / unit, hours = whole / 3600, minutes = whole % 3600 / 60, secs = whole % 60;
   int n = hours > 0 ? std::snprintf(buf, sizeof buf, "%s%lld:%02lld:%02lld", negative ? "-" : "", hours, minutes, secs)
                     : std::snprintf(buf, sizeof buf, "%s%lld:%02lld", negative ? "-" : "", minutes, secs);
-  if (decimals > 0) std::snprintf(buf + n, sizeof buf - static_cast<std::size_t>(n), ".%0*lld", decimals, ticks % unit);
+  if (decimals > 0) {
+    std::snprintf(buf + n, sizeof buf - static_cast<std::size_t>(n), ".%0*d", decimals, static_cast<int>(ticks % unit));
+  }
   return buf;
 }
 
