@@ -21,6 +21,7 @@
 
 #include "alloc_meter.hpp"
 #include "detect/detector.hpp"
+#include "keloecgsolver/beats.h"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/lifecycle.h"
 #include "reference/detector.hpp"
@@ -119,8 +120,26 @@ void BM_DetectWavesPlain(benchmark::State& state) {
                                                    benchmark::Counter::kIsIterationInvariantRate);
 }
 
+// Every beat with its label: the exported detector's work plus the second
+// pass over its curves.
+void BM_LabelledBeats(benchmark::State& state) {
+  const std::vector<double> ecg = recording(state.range(0));
+  if (ecg.empty()) return state.SkipWithError("recording not found");
+  const kelo::EmxReal x = column(ecg);
+  std::size_t peak = 0;
+  for (auto _ : state) {
+    kelo::EmxInt32 positions(2), labels(2);
+    const std::size_t before = kelo::bench::heap_use().current;
+    kelo::bench::reset_heap_peak();
+    benchmark::DoNotOptimize(kelo_detectBeats(x, kFs, positions, labels));
+    peak = kelo::bench::heap_use().peak - before;
+  }
+  report(state, ecg.size(), peak);
+}
+
 }  // namespace
 
+BENCHMARK(BM_LabelledBeats)->Arg(30)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DetectWaves)->Arg(10)->Arg(30)->Arg(24 * 60)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Detector)->Arg(30)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DetectWavesPlain)->Arg(10)->Unit(benchmark::kMillisecond);

@@ -5,6 +5,7 @@
 #ifndef KELOECGSOLVER_H
 #define KELOECGSOLVER_H
 
+#include "keloecgsolver/beats.h"
 #include "keloecgsolver/checks.h"
 #include "keloecgsolver/classify.h"
 #include "keloecgsolver/detect.h"

@@ -24,31 +24,6 @@ struct Int32Deleter {
 using RealRecord = std::unique_ptr<emxArray_real_T, RealDeleter>;
 using Int32Record = std::unique_ptr<emxArray_int32_T, Int32Deleter>;
 
-// The Java samples, pinned or copied by the JVM, released (without copying
-// back) when the call ends.
-class JavaSamples {
- public:
-  JavaSamples(JNIEnv* env, jdoubleArray array) : env_(env), array_(array) {
-    elements_ = env_->GetDoubleArrayElements(array_, nullptr);
-    if (elements_ == nullptr) clear_exception(env_);  // out of Java memory
-    length_ = env_->GetArrayLength(array_);
-  }
-  ~JavaSamples() {
-    if (elements_ != nullptr) env_->ReleaseDoubleArrayElements(array_, elements_, JNI_ABORT);
-  }
-  JavaSamples(const JavaSamples&) = delete;
-  JavaSamples& operator=(const JavaSamples&) = delete;
-
-  const jdouble* data() const { return elements_; }
-  jint length() const { return length_; }
-
- private:
-  JNIEnv* env_;
-  jdoubleArray array_;
-  jdouble* elements_ = nullptr;
-  jint length_ = 0;
-};
-
 // Quality windows: (excerpt seconds) / windowSeconds when the excerpt holds
 // at least one window of 5 s or more, else one window.
 jint window_count(int64_t excerptLength, jint windowSeconds) {

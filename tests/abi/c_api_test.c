@@ -20,6 +20,8 @@ int main(void) {
   unsigned long long nanBits = 0;
   double hr;
   emxArray_real_T* x;
+  emxArray_int32_T* positions;
+  emxArray_int32_T* labels;
 
   calcHRvar_initialize();
   hr = calcHRvar(rec, 5, 200);
@@ -38,6 +40,18 @@ int main(void) {
   x->data[2] = 3;
   x->data[3] = 2;
   check(m_median(x) == 2.5, "m_median of 4 1 3 2");
+  emxDestroyArray_real_T(x);
+
+  x = emxCreate_real_T(2000, 1); /* flat: no beat */
+  positions = emxCreate_int32_T(0, 0);
+  labels = emxCreate_int32_T(0, 0);
+  check(kelo_detectBeats(x, 200, positions, labels) == KELO_BEATS_OK && positions->size[0] == 0 &&
+            labels->size[0] == 0,
+        "kelo_detectBeats finds no beat in a flat recording");
+  check(kelo_detectBeats(x, 0, positions, labels) == KELO_BEATS_BAD_RATE, "a rate of 0 is refused");
+  check(strcmp(kelo_beatLabelName(KELO_BEAT_WIDE), "wide") == 0, "label names");
+  emxDestroyArray_int32_T(labels);
+  emxDestroyArray_int32_T(positions);
   emxDestroyArray_real_T(x);
 
   if (failures == 0) printf("C ABI checks passed\n");

@@ -16,6 +16,7 @@
 #include "keloecgsolver/checks.h"
 #include "keloecgsolver/lifecycle.h"
 #include "support/emx_builders.hpp"
+#include "support/sum_order.hpp"
 
 namespace {
 
@@ -46,42 +47,54 @@ std::vector<double> spike(int32_t at, double value) {
   return x;
 }
 
-TEST(CheckQuality, Grades) {
-  EXPECT_EQ(grade(kLong, {}, {0, 100, 200, 360}, kLong, 10.0, 4), 3) << "sd 34.6 above 120 / 4";
-  EXPECT_EQ(grade(kShort, {}, {0, 80, 200}, kShort, 10.0, 3), 3) << "three beats suffice: sd 28.3 > 25";
-  EXPECT_EQ(grade(kShort, {}, {0, 85, 200}, kShort, 10.0, 3), 1) << "sd 21.2 <= 25";
-  // Fewer than three beats never give a verdict (NaN statistics).
-  for (int32_t count : {-3, 0, 1, 2}) EXPECT_EQ(grade(kLong, {}, {0, 5000}, kLong, 10.0, count), 1) << count;
-  // A beat count beyond the array counts as the array.
-  Ints ramp(kShort);
+TEST(CheckQuality, GradesAtTheirBoundaries) {
+  Ints ramp(kShort);  // a full short list, then with one long last interval
   for (int32_t k = 0; k < kShort; ++k) ramp[k] = 10 * k;
-  EXPECT_EQ(grade(kShort, {}, ramp, kShort, 1.0, kShort + 50), 1);
-  ramp.back() += 20000;  // one long last interval
-  EXPECT_EQ(grade(kShort, {}, ramp, kShort, 1.0, INT32_MAX), 3);
-  EXPECT_EQ(grade(kShort, {}, ramp, kShort, 1.0, kShort - 1), 1);
-  EXPECT_EQ(checkQuality(nullptr, kLong, 1.0, ramp.data(), 3), 0);
-  EXPECT_EQ(checkQualityShort(spike(0, 0.0).data(), kShort, 1.0, nullptr, 3), 0);
-  // Clipping: the raw maximum of the first n strictly above 0.97 full scale.
+  Ints stretched = ramp;
+  stretched.back() += 20000;
   const double limit = 0.97 * 1000.0, above = std::nextafter(limit, 2.0 * limit);
   const Ints irregular{0, 100, 200, 360}, regular{0, 100, 200, 300};
-  EXPECT_EQ(grade(kShort, spike(500, limit), irregular, kShort, 1000.0, 4), 3) << "at the limit: not clipped";
-  EXPECT_EQ(grade(kShort, spike(500, above), irregular, kShort, 1000.0, 4), 2) << "clipping wins over rhythm";
-  EXPECT_EQ(grade(kShort, spike(500, above), irregular, 500, 1000.0, 4), 3) << "sample 501 is not examined";
-  EXPECT_EQ(grade(kLong, spike(700, -5000.0), regular, kLong, 1000.0, 4), 1) << "negative swings do not clip";
-  EXPECT_EQ(grade(kLong, spike(kLong - 1, 2000.0), regular, kLong + 1000, 1000.0, 4), 2) << "n clamped";
-  // No sample examined: the maximum is -10000.
-  EXPECT_EQ(grade(kLong, spike(kLong - 1, 2000.0), regular, -7, 1000.0, 4), 1);
-  EXPECT_EQ(grade(kLong, spike(kLong - 1, 2000.0), regular, 0, -20000.0, 4), 2);
+  struct Case {
+    int32_t length, spikeAt;
+    double spike;
+    int32_t n;  // samples examined
+    double fullScale;
+    Ints beats;
+    int32_t nBeats, grade;
+    const char* why;
+  };
+  for (const Case& c : std::vector<Case>{
+           {kShort, 0, 0.0, kShort, 10.0, {0, 90, 240, 360}, 4, 1, "sd 30 is a quarter of the mean 120"},
+           {kShort, 0, 0.0, kShort, 10.0, {0, 89, 240, 360}, 4, 3, "sd 31 is more"},
+           {kLong, 0, 0.0, kLong, 10.0, {INT32_MIN, 0, INT32_MAX}, 3, 1, "both intervals saturate: sd 0"},
+           {kShort, 0, 0.0, kShort, 1.0, ramp, kShort + 50, 1, "a count beyond the array counts the array"},
+           {kShort, 0, 0.0, kShort, 1.0, stretched, INT32_MAX, 3, "the last interval counts"},
+           {kShort, 0, 0.0, kShort, 1.0, stretched, kShort - 1, 1, "and one beat less leaves it out"},
+           {kShort, 500, limit, kShort, 1000.0, irregular, 4, 3, "at the limit: not clipped"},
+           {kShort, 500, above, kShort, 1000.0, irregular, 4, 2, "clipping wins over rhythm"},
+           {kShort, 500, above, 500, 1000.0, irregular, 4, 3, "sample 501 is not examined"},
+           {kLong, 700, -5000.0, kLong, 1000.0, regular, 4, 1, "negative swings do not clip"},
+           {kLong, kLong - 1, 2000.0, kLong + 1000, 1000.0, regular, 4, 2, "n clamped to the array"},
+           {kLong, 0, 0.0, 0, -10309.0, regular, 4, 1, "nothing examined: -10000 is not above -9999.73"},
+           {kLong, 0, 0.0, 0, -10310.0, regular, 4, 2, "but above -10000.7"}})
+    EXPECT_EQ(grade(c.length, spike(c.spikeAt, c.spike), c.beats, c.n, c.fullScale, c.nBeats), c.grade) << c.why;
+  // Fewer than three beats never give a verdict (NaN statistics).
+  for (int32_t count : {-3, 0, 1, 2}) EXPECT_EQ(grade(kLong, {}, {0, 5000}, kLong, 10.0, count), 1) << count;
+  EXPECT_EQ(checkQuality(nullptr, kLong, 1.0, ramp.data(), 3), 0);
+  EXPECT_EQ(checkQualityShort(spike(0, 0.0).data(), kShort, 1.0, nullptr, 3), 0);
 }
 
 TEST(CheckKernels, ReciprocalDeviationAndMedian) {
-  // sum * (1 / 3) and sum / 3 differ in the last bit for these data.
-  const std::vector<double> v{0.1, 0.7, 1.3, 2.9};
-  const double mean = kelo::checks::m_calcMean<double>(v, 1.0, 4);
-  double sum = 0.0;
+  // Mean and deviation sum from the first element to the last; the deviation
+  // multiplies by the reciprocal of the index span (sum / 39 differs here).
+  const std::vector<double> v = kelo::test::scattered(40, 3);
+  double total = 0.0, sum = 0.0;
+  for (double e : v) total += e;
+  const double mean = total / 40.0;
   for (double e : v) sum += (e - mean) * (e - mean);
-  ASSERT_NE(sum * (1.0 / 3.0), sum / 3.0) << "test data no longer tell the two apart";
-  EXPECT_EQ(kelo::checks::m_calcSd<double>(v, 1.0, 4, mean), std::sqrt(sum * (1.0 / 3.0)));
+  ASSERT_NE(sum * (1.0 / 39.0), sum / 39.0) << "test data no longer tell the two apart";
+  EXPECT_EQ(kelo::checks::m_calcMean<double>(v, 1.0, 40), mean);
+  EXPECT_EQ(kelo::checks::m_calcSd<double>(v, 1.0, 40, mean), std::sqrt(sum * (1.0 / 39.0)));
   // The median sorts its prefix in place, as a bubble sort would.
   std::mt19937 rng(11);
   std::uniform_int_distribution<int32_t> value(-40, 40);
@@ -159,6 +172,34 @@ TEST(CheckRR, WorkedExamples) {
   EXPECT_EQ(check_all(burst, Ints(15)),
             (Cleaned{12, {0, 200, 400, 653, 800, 1000, 1200, 1400, 1600, 1800, 2000, 2200},
                      {0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 0}}));
+}
+
+// Intervals (samples) of ten beats of class 0 whose second interval is
+// short; the second beat goes when that interval is flagged.
+TEST(CheckRR, SpreadAndShortIntervalAtTheirBoundaries) {
+  for (const auto& [intervals, removed, why] : std::vector<std::tuple<Ints, bool, const char*>>{
+           {{200, 139, 200, 200, 200, 200, 200, 188, 192}, false, "sd 20 is a tenth of the median 200"},
+           {{200, 139, 200, 200, 200, 200, 200, 185, 188}, true, "sd 20.09 is more"},
+           {{200, 116, 200, 200, 200, 200, 200, 156, 256}, false, "116 is mean 192 - 2 sd 38"},
+           {{200, 107, 200, 200, 200, 200, 200, 150, 260}, true, "107 is below 190.78 - 2 * 41.81"}}) {
+    Ints beats{0};
+    for (int32_t d : intervals) beats.push_back(beats.back() + d);
+    Ints kept = beats, classes(beats.size() - 1, 0);
+    if (!removed) {
+      expect_unchanged(beats, Ints(beats.size(), 0));
+      continue;
+    }
+    kept.erase(kept.begin() + 1);
+    classes[1] = 5;  // the beat after the removed one, stepped over by the sweep
+    EXPECT_EQ(check_all(beats, Ints(beats.size(), 0)), (Cleaned{9, kept, classes})) << why;
+  }
+  // The last two beats carry 5 on entry. The sweep after the flagged second
+  // interval removes the second last, steps on to one entry past the
+  // shortened list, finds there the stale copy of the last beat (5) and
+  // removes it too: the last beat goes with it.
+  const Ints beats{0, 200, 307, 507, 707, 907, 1107, 1307, 1457, 1717};
+  EXPECT_EQ(check_all(beats, {0, 0, 0, 0, 0, 0, 0, 0, 5, 5}),
+            (Cleaned{7, {0, 307, 507, 707, 907, 1107, 1307}, {0, 5, 0, 0, 0, 0, 0}}));
 }
 
 TEST(CheckRR, BadCountsAndPointers) {

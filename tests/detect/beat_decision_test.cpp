@@ -4,8 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
+#include <span>
+#include <tuple>
+#include <utility>
 
 #include "detect/detect_support.hpp"
+#include "detect/detector.hpp"
 #include "reference/detector.hpp"
 #include "support/synthetic_ecg.hpp"
 
@@ -24,14 +29,18 @@ V bump(std::size_t n, std::size_t p) {
 
 TEST(ProvisionalPeaks, ShortRegionIsLengthenedAndKeptLonger) {
   // (10, 20) is shorter than 40 samples: its end becomes 50 and reaches the
-  // bump at 45; (10, 50) is exactly 40 long; (80, 90) is capped at n = 100.
-  Regions r{{10, 10, 80}, {20, 50, 90}};
+  // bump at 45; (10, 50) is exactly 40 long, (11, 50) one less; (80, 90) is
+  // capped at n = 100. The fast form does the same.
+  kelo::detect::Regions fast{{10, 10, 80, 11}, {20, 50, 90, 50}};
+  EXPECT_EQ(kelo::detect::provisional_peaks(bump(100, 45), fast, 40.0), (V{45, 45, -kInf, 45}));
+  EXPECT_EQ(fast.end, (V{50, 50, 100, 51}));
+  Regions r{{10, 10, 80, 11}, {20, 50, 90, 50}};
   V peaks = provisional_peaks(bump(100, 45), r, 40.0);
-  EXPECT_EQ(r.end, (V{50, 50, 100}));
-  EXPECT_EQ(peaks, (V{45, 45, -kInf}));  // a flat region has no peak
+  EXPECT_EQ(r.end, (V{50, 50, 100, 51}));
+  EXPECT_EQ(peaks, (V{45, 45, -kInf, 45}));  // a flat region has no peak
   keep_placed(r, peaks);
-  EXPECT_EQ(r.start, (V{10, 10}));
-  EXPECT_EQ(peaks, (V{45, 45}));
+  EXPECT_EQ(r.start, (V{10, 10, 11}));
+  EXPECT_EQ(peaks, (V{45, 45, 45}));
 }
 
 TEST(BeatTemplate, MedianOfMeanRemovedBeatsWithZeroRows) {
@@ -40,6 +49,7 @@ TEST(BeatTemplate, MedianOfMeanRemovedBeatsWithZeroRows) {
   EXPECT_EQ(beat_template(V{1, 0, 3, 0}, V{1, 3}, 1), (V{-0.5, 1, -0.5}));
   EXPECT_EQ(beat_template(V{0, 1, 4, 1, 0, 2, 8, 2, 0}, V{3, 7, 9}, 1), (V{-1, 2, -1}));
   EXPECT_TRUE(std::isnan(beat_template(V{1, 2, 3}, V{}, 1)[1]));
+  EXPECT_EQ(kelo::detect::beat_template(V{1, 0, 3, 0}, V{1, 3}, 1), (V{-0.5, 1, -0.5})) << "the fast form";
 }
 
 TEST(Scans, ThreeBoundaryRules) {
@@ -59,23 +69,33 @@ TEST(Scans, ThreeBoundaryRules) {
   for (double mid : {5.0, 16.0}) EXPECT_FALSE(scan_middle(ecg, tmpl, mid, 2).outOfRange) << mid;
   for (double mid : {4.0, 17.0}) EXPECT_TRUE(scan_middle(ecg, tmpl, mid, 2).outOfRange) << mid;
   EXPECT_DOUBLE_EQ(scan_middle(ecg, tmpl, 10, 2).row[2], 1.0);
+  // The fast scans keep the same rules.
+  const kelo::detect::TemplateCorrelator fast(tmpl, kelo::simd::best_kernels());
+  for (const auto& [start, end, out] : {std::tuple{3.0, 17.0, false}, {2.0, 17.0, true}, {3.0, 18.0, true}})
+    EXPECT_EQ(kelo::detect::scan_region(ecg, fast, start, end).outOfRange, out) << start << " " << end;
+  for (const auto& [mid, out] : {std::pair{5.0, false}, {16.0, false}, {4.0, true}, {17.0, true}})
+    EXPECT_EQ(kelo::detect::scan_middle(ecg, fast, mid).outOfRange, out) << mid;
 }
 
 TEST(CorrelationLimit, ComparesWithTheLastSlotOfTheOutput) {
-  EXPECT_EQ(correlation_limit(0.0, 1000, 0), 0.6);
-  EXPECT_EQ(correlation_limit(kInf, 1000, 0), 0.8);  // after a -Inf slot
-  EXPECT_EQ(correlation_limit(kNaN, 1000, 0), 0.6);
-  EXPECT_EQ(correlation_limit(200, 1000, 900), 0.8);  // a filled last slot
-  EXPECT_EQ(correlation_limit(200, 1000, 870), 0.6);  // 130 > 130 is false
+  for (double (*limit)(double, double, double) : {&correlation_limit, &kelo::detect::correlation_limit}) {
+    EXPECT_EQ(limit(0.0, 1000, 0), 0.6);
+    EXPECT_EQ(limit(kInf, 1000, 0), 0.8);  // after a -Inf slot
+    EXPECT_EQ(limit(kNaN, 1000, 0), 0.6);
+    EXPECT_EQ(limit(200, 1000, 900), 0.8);  // a filled last slot
+    EXPECT_EQ(limit(200, 1000, 870), 0.6);  // 130 > 130 is false
+  }
 }
 
 TEST(Refine, HighestLocalMaximumWithinTenSamplesIfTheWindowFits) {
   const V ecg = bump(50, 25);
-  EXPECT_EQ(refine(ecg, 33), 25.0);
-  EXPECT_EQ(refine(ecg, 36), -kInf);  // 26 .. 46 falls, then is flat
-  // The window c - 10 .. c + 10 must lie within 1 .. 50.
-  for (double c : {10.0, 41.0}) EXPECT_FALSE(refine(ecg, c).has_value()) << c;
-  for (double c : {11.0, 40.0}) EXPECT_TRUE(refine(ecg, c).has_value()) << c;
+  for (std::optional<double> (*refined)(std::span<const double>, double) : {&refine, &kelo::detect::refine}) {
+    EXPECT_EQ(refined(ecg, 33), 25.0);
+    EXPECT_EQ(refined(ecg, 36), -kInf);  // 26 .. 46 falls, then is flat
+    // The window c - 10 .. c + 10 must lie within 1 .. 50.
+    for (double c : {10.0, 41.0}) EXPECT_FALSE(refined(ecg, c).has_value()) << c;
+    for (double c : {11.0, 40.0}) EXPECT_TRUE(refined(ecg, c).has_value()) << c;
+  }
 }
 
 TEST(SearchBack, GapsAndTheirMiddles) {

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "keloecgsolver/detect.h"
@@ -56,6 +59,32 @@ inline std::size_t matched(const std::vector<int64_t>& reference, I detected, in
     ++count;
   }
   return count;
+}
+
+// Files of the recordings in tests/data/detect; the KELO_TEST_DATA
+// environment variable (set by CTest) takes precedence.
+inline std::string data_file(const std::string& name) {
+  const char* env = std::getenv("KELO_TEST_DATA");
+  return (env ? std::string(env) + "/detect" : std::string(KELO_DETECT_DATA_DIR)) + "/" + name;
+}
+
+inline V load_samples(const std::string& record) {  // float32 LE
+  std::ifstream in(data_file(record + ".f32"), std::ios::binary);
+  V x;
+  unsigned char b[4];
+  while (in.read(reinterpret_cast<char*>(b), 4))
+    x.push_back(std::bit_cast<float>(uint32_t{b[0]} | uint32_t{b[1]} << 8 |
+                                     uint32_t{b[2]} << 16 | uint32_t{b[3]} << 24));
+  return x;
+}
+
+template <class T>
+inline std::vector<T> first_column(const std::string& name) {
+  std::ifstream in(data_file(name));
+  std::vector<T> v;
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty()) v.push_back(static_cast<T>(std::stoll(line)));
+  return v;
 }
 
 }  // namespace kelo::test

@@ -10,7 +10,6 @@
 #include <bit>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -19,30 +18,6 @@
 namespace {
 
 using namespace kelo::test;
-
-std::string data_file(const std::string& name) {
-  const char* env = std::getenv("KELO_TEST_DATA");
-  return (env ? std::string(env) + "/detect" : std::string(KELO_DETECT_DATA_DIR)) + "/" + name;
-}
-
-V load_samples(const std::string& record) {  // float32 LE
-  std::ifstream in(data_file(record + ".f32"), std::ios::binary);
-  V x;
-  unsigned char b[4];
-  while (in.read(reinterpret_cast<char*>(b), 4))
-    x.push_back(std::bit_cast<float>(uint32_t{b[0]} | uint32_t{b[1]} << 8 |
-                                     uint32_t{b[2]} << 16 | uint32_t{b[3]} << 24));
-  return x;
-}
-
-template <class T>
-std::vector<T> first_column(const std::string& name) {
-  std::ifstream in(data_file(name));
-  std::vector<T> v;
-  for (std::string line; std::getline(in, line);)
-    if (!line.empty()) v.push_back(static_cast<T>(std::stoll(line)));
-  return v;
-}
 
 // FNV-1a over the 8 bytes (least significant first) of each value's bits.
 uint64_t checksum(const V& xs) {

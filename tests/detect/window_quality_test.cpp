@@ -25,8 +25,8 @@ TEST(FindMax, FirstOfEqualMaximaFromMinus10000) {
 }
 
 TEST(RhythmTest, QuarterOfTheMeanRR) {
-  EXPECT_TRUE(irregular_rhythm(I{0, 100, 200, 360}));    // m = 120, s = 34.64 > 30
-  EXPECT_FALSE(irregular_rhythm(I{0, 100, 200, 350}));   // s = 28.9 < 29.2
+  EXPECT_FALSE(irregular_rhythm(I{0, 90, 240, 360}));    // s = 30 is a quarter of m = 120
+  EXPECT_TRUE(irregular_rhythm(I{0, 89, 240, 360}));     // s = 31
   EXPECT_FALSE(irregular_rhythm(I{10, 170, 330, 490}));  // s = 0
   // -0.0 > -0.0, and comparisons with NaN, are false.
   for (const I& few : {I{}, I{500}, I{500, 5000}}) EXPECT_FALSE(irregular_rhythm(few));
@@ -38,7 +38,7 @@ TEST(WindowCount, WholeWindowsOrOneWindow) {
   // The tail is not graded; below 5 s, shorter than one window, or no rate:
   // one window.
   for (const auto& [n, fs, seconds, count] : std::vector<std::tuple<int32_t, int32_t, int32_t, double>>{
-           {6000, 200, 10, 3}, {6100, 200, 10, 3}, {6000, 200, 4, 1}, {6000, 200, 5, 6},
+           {6000, 200, 10, 3}, {7999, 200, 10, 3}, {8000, 200, 10, 4}, {6000, 200, 4, 1}, {6000, 200, 5, 6},
            {1000, 200, 10, 1}, {6000, 0, 10, 1}, {6000, -200, 10, 1}})
     EXPECT_EQ(window_count(n, fs, seconds), count) << n << " " << fs << " " << seconds;
 }
@@ -54,6 +54,7 @@ TEST(WindowQuality, GradesPerWindow) {
   ecg[4500] = -9.8;  // clipped by its absolute value, in window 3
   const std::vector<std::pair<I, I>> cases{
       {{1000, 2000, 2001, 3000, 4100, 4300}, {0, 0, 5}},  // 2000 in window 1 only, 2001 in 2 only
+      {{2000, 1000, 3000, 2001, 4300, 4100}, {0, 0, 5}},  // the same, in no order
       {{2100, 2200, 2300, 2460}, {3, 6, 3}},              // RR 100, 100, 160
       {{4100, 4200, 4300, 4460}, {3, 3, 5}},              // clipping first
       {{100, 1900}, {0, 3, 3}},                           // one interval: NaN spread
@@ -67,6 +68,10 @@ TEST(WindowQuality, GradesPerWindow) {
 }
 
 TEST(WindowQuality, ClippingIsStrictlyAbove97PercentOfFullScale) {
+  // The largest magnitude starts at -10000: an empty excerpt is clipped
+  // only when 0.97 times the full scale lies below that (-10310, not -10309).
+  EXPECT_EQ(run_detect_waves({}, 200, -10309.0).quality, 1);
+  EXPECT_EQ(run_detect_waves({}, 200, -10310.0).quality, 2);
   // {sample, window grade, detectWaves grade}; NaN never wins the maximum.
   for (const auto& [v, grade, quality] : std::vector<std::tuple<double, int32_t, int32_t>>{
            {10 * 0.97, 0, 1}, {std::nextafter(10 * 0.97, 20.0), 5, 2}, {kNaN, 0, 1}}) {

@@ -58,6 +58,25 @@ TEST(LombSpread, WeightsReproduceCubicMomentsAndStayInside) {
   EXPECT_EQ(yy, alone);
 }
 
+// Mean and variance in single precision, two-pass with the rounding
+// correction (var - ep^2 / n) / (n - 1), which matters for values 2^-10
+// apart around 1e4; the variance also goes to the global pwr.
+TEST(LombAvevar, TwoPassVarianceWithTheRoundingCorrection) {
+  std::vector<float> data(102, 0.0f);  // 1-based
+  for (int j = 1; j <= 101; ++j) data[j] = 1e4f + std::ldexp(float(j * 37 % 23), -10);
+  float mean = 0.0f, ep = 0.0f, squares = 0.0f;
+  for (int j = 1; j <= 101; ++j) mean += data[j];
+  mean /= 101.0f;
+  for (int j = 1; j <= 101; ++j) ep += data[j] - mean, squares += (data[j] - mean) * (data[j] - mean);
+  const float var = (squares - ep * ep / 101.0f) / 100.0f;
+  ASSERT_NE(var, squares / 100.0f) << "the data no longer need the correction";
+  float ave = -1.0f, v = -1.0f;
+  avevar(data.data(), 101, &ave, &v);
+  EXPECT_EQ(ave, mean);
+  EXPECT_EQ(v, var);
+  EXPECT_EQ(pwr, var);
+}
+
 // The normalised Lomb-Scargle periodogram of the points x[1..n], y[1..n] at
 // frequency f, term by term in double precision.
 double direct_lomb(const std::vector<float>& x, const std::vector<float>& y, double f) {

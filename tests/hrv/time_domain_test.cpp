@@ -5,9 +5,11 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "hrv/hrv_support.hpp"
+#include "support/sum_order.hpp"
 
 namespace {
 
@@ -35,7 +37,16 @@ TEST(HrvTime, AllNormalSeriesByHand) {
   const Series s = series_of({160, 170, 150, 180, 160});
   EXPECT_EQ(s.ann, std::vector<char>(5, 'N'));
   EXPECT_EQ(s.rr, (std::vector<double>{0.8, 0.85, 0.75, 0.9, 0.8}));
-  EXPECT_EQ(s.t[2], (0.8 + 0.85) / 2 + (0.85 + 0.75) / 2);
+  // Each interval time adds the mean of two neighbours to the one before,
+  // bit for bit: (t + a / 2) + b / 2 would differ at 257 Hz here.
+  const Series odd = rr_series(beats_from_intervals({160, 171, 149, 183, 158, 166, 177, 151}), 257);
+  bool apart = false;
+  for (std::size_t i = 1; i < odd.t.size(); ++i) {
+    const double t = odd.t[i - 1] + (odd.rr[i - 1] + odd.rr[i]) / 2;
+    EXPECT_EQ(kelo::test::bits(odd.t[i]), kelo::test::bits(t)) << i;
+    apart = apart || kelo::test::bits(t) != kelo::test::bits(odd.t[i - 1] + odd.rr[i - 1] / 2 + odd.rr[i] / 2);
+  }
+  EXPECT_TRUE(apart) << "the data no longer tell the orders apart";
   int32_t status = -1;
   const Results r = time_results(s, &status);
   EXPECT_EQ(status, 0);
@@ -56,22 +67,35 @@ TEST(HrvTime, AllNormalSeriesByHand) {
   EXPECT_EQ(rr_series({INT32_MIN, INT32_MAX}, 1).rr[0], 2147483647.0);
 }
 
-TEST(HrvTime, DifferenceOfExactly50msIsNotCounted) {
-  // 0.5 -> 0.55 is 0.050000000000000044 in doubles and 0.8 -> 0.85 is
-  // 0.04999999999999993: neither counts; 0.55 -> 0.8 does, and so does
-  // 0.8 -> 0.855 (55 ms).
-  EXPECT_DOUBLE_EQ(time_results(series_of({100, 100, 110, 160, 170, 171}))[KELO_HRV_PNN50], 0.25);
-  EXPECT_EQ(time_results(series_of({160, 160, 171}))[KELO_HRV_PNN50], 1.0);
+TEST(HrvTime, Pnn50CountsDifferencesAboveFiftyMsByMoreThanTheMargin) {
+  // One successive difference, rr[2] - rr[1]: 0.85 - 0.8 is 0.04999999999999993
+  // and 0.55 - 0.5 is 0.050000000000000044, neither counts; the margin is 1e-10.
+  for (const auto& [first, second, pnn50] : std::vector<std::tuple<double, double, double>>{
+           {0.8, 0.85, 0}, {0.5, 0.55, 0}, {0.8, 0.8500000000900000, 0}, {0.8, 0.8500000001100000, 1},
+           {0.8, 0.7499999998900000, 1}, {0.8, 0.855, 1}}) {
+    const Series s{std::vector<char>(3, 'N'), {0, 1, 2}, {0.8, first, second}};
+    EXPECT_EQ(time_results(s)[KELO_HRV_PNN50], pnn50) << first << " " << second;
+  }
 }
 
-TEST(HrvTime, GapSkipsWholeSegments) {
-  // The jump from 3 s to 700 s skips segment 1 without closing segment 0:
-  // segment 0 is left out, segment 1 is closed with segment 0's counts over
-  // empty sums (mean 0, sd 0), segment 2 holds 0.5 0.7 0.9 (mean 0.7, sd 0.2).
-  const Series s{std::vector<char>(7, 'N'), {0, 1, 2, 3, 700, 701, 702}, {0.9, 1.0, 1.2, 1.4, 0.5, 0.7, 0.9}};
-  const Results r = time_results(s);
-  EXPECT_NEAR(r[KELO_HRV_SDANN], std::sqrt(0.245), 1e-12);
-  EXPECT_NEAR(r[KELO_HRV_SDNNIDX], 0.1, 1e-12);
+TEST(HrvTime, SegmentBoundaries) {
+  // Intervals 0.9 | 1.0 1.2 1.4 at 0 .. 3 s, then 0.5 0.7 0.9 at T .. T + 2 s.
+  // T = 300 opens segment 1: means 1.2 and 0.7, sds 0.2 and 0.2. Just below,
+  // 0.5 stays in segment 0 (mean 1.025, sd 0.3862; then 0.8, 0.1414).
+  // T = 600 closes segment 0, leaves 0.5 alone in segment 1 (not closed:
+  // one NN interval) and puts 0.7 0.9 in segment 2 (0.8, 0.1414). Just above
+  // 600 segment 1 is skipped without closing segment 0, and is closed with
+  // segment 0's counts over empty sums (mean 0, sd 0); segment 2 holds
+  // 0.5 0.7 0.9 (0.7, 0.2).
+  const double below = std::nextafter(300.0, 0.0), above = std::nextafter(600.0, 700.0);
+  for (const auto& [t, sdann, sdnnidx] : std::vector<std::tuple<double, double, double>>{
+           {300.0, std::sqrt(0.125), 0.2}, {below, std::sqrt(0.050625 / 2), (0.3862210075418822 + std::sqrt(0.02)) / 2},
+           {600.0, std::sqrt(0.08), (0.2 + std::sqrt(0.02)) / 2}, {above, std::sqrt(0.245), 0.1}}) {
+    const Series s{std::vector<char>(7, 'N'), {0, 1, 2, 3, t, t + 1, t + 2}, {0.9, 1.0, 1.2, 1.4, 0.5, 0.7, 0.9}};
+    const Results r = time_results(s);
+    EXPECT_NEAR(r[KELO_HRV_SDANN], sdann, 1e-12) << t;
+    EXPECT_NEAR(r[KELO_HRV_SDNNIDX], sdnnidx, 1e-12) << t;
+  }
 }
 
 TEST(HrvTime, NonNormalBeatsBreakTheNNSeries) {

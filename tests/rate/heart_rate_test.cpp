@@ -52,6 +52,7 @@ TEST(HeartRate, WorkedExamples) {
   EXPECT_EQ(hr_var({0, 150, 320}, 200), 75.0);     // two intervals: their mean
   EXPECT_EQ(hr_var({0, 140}, 200), 86.0);          // 85.714...
   EXPECT_EQ(hr_var({0, 240, 480}, 290), 73.0);     // 72.5 rounds away from zero
+  EXPECT_EQ(hr_var({0, 120}, 113), 56.0);          // 60 / (120 / 113) is 56.49999999999999
   EXPECT_EQ(hr_var({0, 200, 400, 600, 800}, 200), 60.0);
   EXPECT_EQ(hr_var({0, 400, 410, 810}, 200), 30.0);  // unsorted intervals 400 10 400
   EXPECT_EQ(hr_var({0, 10, 400, 410}, 200), 1200.0); // median of 10 390 10 is 10
@@ -72,43 +73,36 @@ TEST(HeartRate, LeavesTheInputAloneAndNeverReadsOutsideIt) {
   EXPECT_TRUE(std::isnan(calcHRvar(kelo::test::int_column({100, 300}), -5, 200)));
   EXPECT_TRUE(std::isnan(calcHRvar(nullptr, 2, 200)));
   EXPECT_TRUE(std::isnan(calcHR(nullptr, 2, 200)));
-  std::vector<int32_t> small(KELO_CALCHR_SHORT_LENGTH, 0);
-  EXPECT_TRUE(std::isnan(calcHRshort(small.data(), KELO_CALCHR_SHORT_LENGTH + 1, 200)));
-  EXPECT_TRUE(std::isnan(calcHRshort(small.data(), 1, 200)));
+  // Every element of the array may be a beat, one more may not.
+  std::vector<int32_t> whole(KELO_CALCHR_SHORT_LENGTH);
+  for (std::size_t k = 0; k < whole.size(); ++k) whole[k] = static_cast<int32_t>(200 * k);
+  EXPECT_EQ(calcHRshort(whole.data(), KELO_CALCHR_SHORT_LENGTH, 200), 60.0);
+  EXPECT_TRUE(std::isnan(calcHRshort(whole.data(), KELO_CALCHR_SHORT_LENGTH + 1, 200)));
+  EXPECT_TRUE(std::isnan(calcHRshort(whole.data(), 1, 200)));
 }
 
-TEST(HeartRate, FixedLengthVariantsAgreeWithTheVariableOne) {
+// All three variants on unsorted lists of many lengths, against the plain
+// computation; beats beyond the first n have no influence.
+TEST(HeartRate, AllVariantsMatchThePlainBubbleSort) {
   calcHR_initialize();
   calcHRshort_initialize();
-  std::mt19937 rng(11);
-  std::uniform_int_distribution<int32_t> rr(60, 400);
-  for (int trial = 0; trial < 40; ++trial) {
-    const int32_t n = 2 + trial * 7;
-    std::vector<int32_t> beats(n);
-    int32_t pos = rr(rng);
-    for (int32_t& b : beats) b = pos += rr(rng);
-    const double expected = hr_reference(beats, n, 200);
-    EXPECT_EQ(hr_var(beats, 200), expected) << "n = " << n;
-    EXPECT_EQ(hr_fixed<KELO_CALCHR_LENGTH>(beats, 200, calcHR), expected);
-    EXPECT_EQ(hr_fixed<KELO_CALCHR_SHORT_LENGTH>(beats, 200, calcHRshort), expected);
-  }
-  // Beats beyond the first n have no influence.
-  std::vector<int32_t> full(KELO_CALCHR_LENGTH, 999999);
-  const int32_t five[5] = {0, 200, 400, 600, 800};
-  std::copy(five, five + 5, full.begin());
-  EXPECT_EQ(calcHR(full.data(), 5, 200), 60.0);
-  EXPECT_EQ(calcHRshort(full.data(), 5, 200), 60.0);
-}
-
-TEST(HeartRate, MatchesThePlainBubbleSortOnUnsortedLists) {
   std::mt19937 rng(5);
   std::uniform_int_distribution<int32_t> any(-5000, 5000);
   for (int32_t n : {2, 3, 4, 9, 10, 101, 500}) {
     std::vector<int32_t> beats(n);
     for (int32_t& b : beats) b = any(rng);
-    EXPECT_EQ(hr_var(beats, 200), hr_reference(beats, n, 200)) << "n = " << n;
-    EXPECT_EQ(hr_var(beats, 250), hr_reference(beats, n, 250)) << "n = " << n;
+    for (int32_t fs : {200, 250}) {
+      const double expected = hr_reference(beats, n, fs);
+      EXPECT_EQ(hr_var(beats, fs), expected) << n;
+      EXPECT_EQ(hr_fixed<KELO_CALCHR_LENGTH>(beats, fs, calcHR), expected) << n;
+      EXPECT_EQ(hr_fixed<KELO_CALCHR_SHORT_LENGTH>(beats, fs, calcHRshort), expected) << n;
+    }
   }
+  std::vector<int32_t> full(KELO_CALCHR_LENGTH, 999999);
+  const int32_t five[5] = {0, 200, 400, 600, 800};
+  std::copy(five, five + 5, full.begin());
+  EXPECT_EQ(calcHR(full.data(), 5, 200), 60.0);
+  EXPECT_EQ(calcHRshort(full.data(), 5, 200), 60.0);
 }
 
 }  // namespace

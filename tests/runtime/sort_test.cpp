@@ -65,8 +65,11 @@ std::vector<double> unique(const std::vector<double>& x) {
 TEST(Unique, MergesEqualValuesOnly) {
   EXPECT_EQ(unique({5, 3, 5, 1}), (std::vector<double>{1, 3, 5}));
   EXPECT_EQ(unique({}), std::vector<double>{});
-  const double next = std::nextafter(1.0, 2.0);
+  // Values one unit in the last place apart stay apart, also where the
+  // next value lies in the binade below (half the spacing).
+  const double next = std::nextafter(1.0, 2.0), below = std::nextafter(-1.0, 0.0);
   EXPECT_EQ(unique({next, 1.0, 1.0}), (std::vector<double>{1.0, next}));
+  EXPECT_EQ(unique({below, -1.0}), (std::vector<double>{-1.0, below}));
   const double tiny = 4.94065645841247E-324;
   EXPECT_EQ(unique({tiny, 0.0, tiny}), (std::vector<double>{0.0, tiny}));
 }

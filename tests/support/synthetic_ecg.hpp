@@ -15,6 +15,9 @@ enum class BeatShape {
   Normal,    // narrow QRS (about 80 ms) with P and T waves
   Wide,      // broad, slurred complex (about 160 ms), larger T
   Inverted,  // the normal complex upside down
+  Ventricular,  // an ectopic ventricular complex: a deep S-shaped wave then
+                // a tall one (about 140 ms), unlike the normal complex,
+                // with a T wave opposite to the main deflection
 };
 
 struct Beat {
@@ -49,6 +52,8 @@ inline double beat_wave(double t, BeatShape shape) {
                        + 0.25 * gauss(t, 0.25, 0.045);  // T
       return shape == BeatShape::Inverted ? -v : v;
     }
+    case BeatShape::Ventricular:
+      return -1.2 * gauss(t, 0.0, 0.02) + 0.9 * gauss(t, 0.06, 0.022) + 0.45 * gauss(t, 0.30, 0.06);
     case BeatShape::Wide:
       return 0.8 * gauss(t, 0.0, 0.035) - 0.35 * gauss(t, 0.09, 0.03) +
              0.4 * gauss(t, 0.32, 0.06);

@@ -43,6 +43,12 @@ public final class KELOecgSealedResults {
     return unseal(sealed, key, KELOecgQrsResults.class);
   }
 
+  /** Opens the result of {@link NativeKELOecgSolver#detectBeats}. */
+  public static KELOecgBeats unsealBeats(SealedObject sealed, byte[] key)
+      throws GeneralSecurityException, IOException, ClassNotFoundException {
+    return unseal(sealed, key, KELOecgBeats.class);
+  }
+
   /** Opens the result of {@link NativeKELOecgSolver#runHRV}. */
   public static KELOecgResults unsealHrv(SealedObject sealed, byte[] key)
       throws GeneralSecurityException, IOException, ClassNotFoundException {

@@ -50,6 +50,24 @@ public class NativeKELOecgSolver {
   public native SealedObject runHRV(
       double[] ecg, int fs, int startSecond, double fullScale, int windowSeconds);
 
+  /**
+   * Every beat of a recording with a label (optional: the two runs above do not need it). The
+   * beats labelled {@link KELOecgBeats#NORMAL} are exactly the R peaks that {@link
+   * #runQRSDetection} finds in the same excerpt; the others are the beats that a second pass over
+   * the detector's curves adds, mostly ectopic beats (see docs/beats.md).
+   *
+   * <p>Status codes: 0 success; 1 {@code ecg} is null; 2 {@code fs} not 200, fewer than 3000
+   * samples, or no memory for the run; 3 fewer than two beats found (those found are still
+   * returned); 7 {@code startSecond} negative or not below {@code length / 200 - 5}. There is no
+   * upper limit on the length. Keeps no state and may run on several threads at once.
+   *
+   * @param ecg the whole recording, one lead
+   * @param fs the sampling rate; must be 200
+   * @param startSecond seconds to skip at the start
+   * @return a {@link SealedObject} holding a {@link KELOecgBeats}, or null on a set-up failure
+   */
+  public native SealedObject detectBeats(double[] ecg, int fs, int startSecond);
+
   /** The version of the native library, "1.4.0". */
   public native String getVersion();
 }

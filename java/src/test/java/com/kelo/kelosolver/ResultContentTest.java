@@ -48,6 +48,7 @@ class ResultContentTest {
   void windowGradesFollowTheExcerpt() throws Exception {
     double[] minute = regularRecording(60, 160, 9);
     assertEquals(1, qrs(minute, 200, 0, FULL_SCALE, 4).qualities.length);
+    assertEquals(12, qrs(minute, 200, 0, FULL_SCALE, 5).qualities.length);
     assertEquals(5, qrs(minute, 200, 10, FULL_SCALE, 10).qualities.length);
     // A silent stretch leaves its window without beats: grade 3.
     Arrays.fill(minute, 4000, 6000, 0.0);

@@ -37,6 +37,7 @@ class StatusCodesTest {
   void lengthAndRateGiveStatusTwo() throws Exception {
     assertFailed(qrs(new double[2999], 200, 0, FULL_SCALE, 10), 2, 100, 1);
     assertFailed(qrs(new double[120001], 200, 0, FULL_SCALE, 10), 2, 100, 60);
+    assertFailed(qrs(new double[120000], 200, 0, FULL_SCALE, 10), 3, 100, 60);
     assertFailed(hrv(new double[35999], 200, 0, FULL_SCALE, 10), 2, 740, 17);
     assertFailed(hrv(new double[120001], 200, 0, FULL_SCALE, 10), 2, 740, 60);
     double[] minute = regularRecording(60, 160, 1);
@@ -66,6 +67,20 @@ class StatusCodesTest {
     assertEquals(0.0, slowClipped.hr);
     assertArrayEquals(new double[13], hrvFields(slowClipped));
     assertTrue(peaks(slowClipped.rpeaks).length > 0);
+  }
+
+  @Test
+  void heartRateBandIncludesBothEnds() throws Exception {
+    // Median intervals of 400 and 407 samples: 30 and 29.48 (29) beats per
+    // minute; of 54.5 (54 and 55 by turns) and 54: 220.18 (220) and 222.2.
+    // Two beats are enough for a rate.
+    assertEquals(30.0, qrs(withBeats(12000, cycling(12000, 200, 400), 0.0, 13)).hr);
+    assertEquals(3, qrs(withBeats(12000, cycling(12000, 200, 407), 0.0, 13)).error);
+    assertEquals(220.0, qrs(withBeats(12000, cycling(11880, 80, 54, 55), 0.0, 13)).hr);
+    assertEquals(3, qrs(withBeats(12000, cycling(11880, 80, 54), 0.0, 13)).error);
+    KELOecgQrsResults two = qrs(withBeats(12000, new int[] {6000, 6160}, 0.0, 13));
+    assertEquals(0, two.error);
+    assertEquals(75.0, two.hr);
   }
 
   @Test
