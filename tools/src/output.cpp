@@ -396,47 +396,54 @@ std::string pct(const std::optional<double>& v) { return v ? fixed(*v * 100.0, 2
 std::string ratio(const std::optional<double>& v) { return v ? number(*v, 3) : "-"; }
 std::string bpm(const std::optional<double>& v) { return v ? number(*v) : "-"; }
 
+// A table of spans: two heading lines (names, units), then one row each,
+// the first column left-aligned, the others right-aligned.
+struct TextTable {
+  std::vector<int> widths;
+  std::vector<std::string> head, units;
+  std::vector<std::vector<std::string>> rows;
+  std::vector<std::string> notes;  // after each row ("" for none)
+
+  void write(std::ostringstream& out) const {
+    auto line = [&](const std::vector<std::string>& cells) {
+      std::string l = " ";
+      for (std::size_t c = 0; c < widths.size(); ++c) l += pad(cells[c], static_cast<std::size_t>(widths[c]), c > 0);
+      return l;
+    };
+    out << line(head) << "\n" << line(units) << "\n";
+    for (std::size_t r = 0; r < rows.size(); ++r) out << line(rows[r]) << notes[r] << "\n";
+  }
+};
+
 void hours_table(std::ostringstream& out, const std::vector<HrvFigures>& hours) {
   out << "\nHourly (calcHrv over the R peaks of each hour)\n";
-  const int w[] = {6, 12, 12, 8, 6, 9, 9, 8, 11, 11, 8};
-  const char* head[] = {"hour", "from", "to", "beats", "HR", "SDNN", "RMSSD", "pNN50", "LF", "HF", "LF/HF"};
-  const char* units[] = {"", "", "", "", "bpm", "ms", "ms", "%", "ms^2", "ms^2", ""};
-  for (int pass = 0; pass < 2; ++pass) {
-    std::string l = " ";
-    for (std::size_t c = 0; c < 11; ++c) l += pad(pass == 0 ? head[c] : units[c], static_cast<std::size_t>(w[c]), c > 0);
-    out << l << "\n";
-  }
+  TextTable t{{6, 12, 12, 8, 6, 9, 9, 8, 11, 11, 8},
+              {"hour", "from", "to", "beats", "HR", "SDNN", "RMSSD", "pNN50", "LF", "HF", "LF/HF"},
+              {"", "", "", "", "bpm", "ms", "ms", "%", "ms^2", "ms^2", ""}, {}, {}};
   for (std::size_t h = 0; h < hours.size(); ++h) {
     const auto& f = hours[h];
-    const std::string cells[] = {std::to_string(h + 1), clock_text(f.span.start_s()), clock_text(f.span.end_s()),
-                                 std::to_string(f.beats), bpm(f.heart_rate), ms(f.time_value(2)), ms(f.time_value(5)),
-                                 pct(f.time_value(6)), ms2(f.freq_value(3)), ms2(f.freq_value(4)), ratio(f.freq_value(5))};
-    std::string l = " ";
-    for (std::size_t c = 0; c < 11; ++c) l += pad(cells[c], static_cast<std::size_t>(w[c]), c > 0);
-    out << l << (f.computed ? "" : "  (" + f.not_computed + ")") << "\n";
+    t.rows.push_back({std::to_string(h + 1), clock_text(f.span.start_s()), clock_text(f.span.end_s()),
+                      std::to_string(f.beats), bpm(f.heart_rate), ms(f.time_value(2)), ms(f.time_value(5)),
+                      pct(f.time_value(6)), ms2(f.freq_value(3)), ms2(f.freq_value(4)), ratio(f.freq_value(5))});
+    t.notes.push_back(f.computed ? "" : "  (" + f.not_computed + ")");
   }
+  t.write(out);
 }
 
 void segments_table(std::ostringstream& out, const std::vector<HrvFigures>& segments) {
   out << "\nFive-minute segments (calcHrv over the R peaks of each)\n";
-  const int w[] = {5, 12, 12, 7, 5, 4, 8, 9, 10, 10, 10, 10, 10, 7};
-  const char* head[] = {"#", "from", "to", "beats", "HR", "st", "SDNN", "RMSSD", "total", "ULF", "VLF", "LF", "HF", "LF/HF"};
-  const char* units[] = {"", "", "", "", "bpm", "", "ms", "ms", "ms^2", "ms^2", "ms^2", "ms^2", "ms^2", ""};
-  for (int pass = 0; pass < 2; ++pass) {
-    std::string l = " ";
-    for (std::size_t c = 0; c < 14; ++c) l += pad(pass == 0 ? head[c] : units[c], static_cast<std::size_t>(w[c]), c > 0);
-    out << l << "\n";
-  }
+  TextTable t{{5, 12, 12, 7, 5, 4, 8, 9, 10, 10, 10, 10, 10, 7},
+              {"#", "from", "to", "beats", "HR", "st", "SDNN", "RMSSD", "total", "ULF", "VLF", "LF", "HF", "LF/HF"},
+              {"", "", "", "", "bpm", "", "ms", "ms", "ms^2", "ms^2", "ms^2", "ms^2", "ms^2", ""}, {}, {}};
   for (std::size_t k = 0; k < segments.size(); ++k) {
     const auto& f = segments[k];
-    const std::string cells[] = {std::to_string(k + 1), clock_text(f.span.start_s()), clock_text(f.span.end_s()),
-                                 std::to_string(f.beats), bpm(f.heart_rate), std::to_string(f.status),
-                                 ms(f.time_value(2)), ms(f.time_value(5)), ms2(f.freq_value(0)), ms2(f.freq_value(1)),
-                                 ms2(f.freq_value(2)), ms2(f.freq_value(3)), ms2(f.freq_value(4)), ratio(f.freq_value(5))};
-    std::string l = " ";
-    for (std::size_t c = 0; c < 14; ++c) l += pad(cells[c], static_cast<std::size_t>(w[c]), c > 0);
-    out << l << "\n";
+    t.rows.push_back({std::to_string(k + 1), clock_text(f.span.start_s()), clock_text(f.span.end_s()),
+                      std::to_string(f.beats), bpm(f.heart_rate), std::to_string(f.status), ms(f.time_value(2)),
+                      ms(f.time_value(5)), ms2(f.freq_value(0)), ms2(f.freq_value(1)), ms2(f.freq_value(2)),
+                      ms2(f.freq_value(3)), ms2(f.freq_value(4)), ratio(f.freq_value(5))});
+    t.notes.emplace_back();
   }
+  t.write(out);
   out << "  (st: status, 0 success, 3 no usable beats, 4 no spectral line below 0.4 Hz; ULF means nothing over 5 minutes)\n";
 }
 
