@@ -1,5 +1,7 @@
-// Counting allocator behind alloc_meter.hpp. Each block carries its size in
-// a 16-byte header (keeping the alignment malloc gives). The counters are
+// Counting allocator behind alloc_meter.hpp. Each block carries a header
+// just before the pointer handed out: its size, and the distance back to
+// the start of what the system allocated (16 bytes, which keeps malloc's
+// alignment, or the alignment asked of aligned_alloc). The counters are
 // atomics: the benchmarks run on one thread, but the library may not know.
 #include "alloc_meter.hpp"
 
@@ -9,6 +11,7 @@
 #include <new>
 
 extern "C" {
+void* __real_aligned_alloc(std::size_t, std::size_t);
 void* __real_malloc(std::size_t);
 void* __real_calloc(std::size_t, std::size_t);
 void* __real_realloc(void*, std::size_t);
@@ -28,17 +31,22 @@ void note(std::size_t added) {
   }
 }
 
-void* tag(void* block, std::size_t size) {
+void* tag(void* block, std::size_t size, std::size_t offset = kHeader) {
   if (block == nullptr) return nullptr;
-  std::memcpy(block, &size, sizeof size);
+  char* user = static_cast<char*>(block) + offset;
+  std::memcpy(user - 16, &size, sizeof size);
+  std::memcpy(user - 8, &offset, sizeof offset);
   note(size);
-  return static_cast<char*>(block) + kHeader;
+  return user;
 }
 
+// The size of the block at p; p becomes the start of the system's block.
 std::size_t untag(void*& p) {
-  p = static_cast<char*>(p) - kHeader;
-  std::size_t size;
-  std::memcpy(&size, p, sizeof size);
+  char* user = static_cast<char*>(p);
+  std::size_t size, offset;
+  std::memcpy(&size, user - 16, sizeof size);
+  std::memcpy(&offset, user - 8, sizeof offset);
+  p = user - offset;
   current.fetch_sub(size);
   return size;
 }
@@ -54,6 +62,11 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
   return tag(__real_calloc(1, count * size + kHeader), count * size);
 }
 
+void* __wrap_aligned_alloc(std::size_t alignment, std::size_t size) {
+  const std::size_t offset = alignment < kHeader ? kHeader : alignment;
+  return tag(__real_aligned_alloc(offset, size + offset), size, offset);
+}
+
 void __wrap_free(void* p) {
   if (p == nullptr) return;
   untag(p);
@@ -62,6 +75,18 @@ void __wrap_free(void* p) {
 
 void* __wrap_realloc(void* p, std::size_t size) {
   if (p == nullptr) return __wrap_malloc(size);
+  char* user = static_cast<char*>(p);
+  std::size_t offset;
+  std::memcpy(&offset, user - 8, sizeof offset);
+  if (offset != kHeader) {  // an aligned block: move it by hand
+    void* moved = __wrap_malloc(size);
+    if (moved == nullptr) return nullptr;
+    std::size_t old;
+    std::memcpy(&old, user - 16, sizeof old);
+    std::memcpy(moved, p, old < size ? old : size);
+    __wrap_free(p);
+    return moved;
+  }
   const std::size_t old = untag(p);
   void* block = __real_realloc(p, size + kHeader);
   if (block == nullptr) {  // the old block stays

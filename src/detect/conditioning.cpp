@@ -19,17 +19,15 @@ std::size_t as_index(int64_t h) { return h > 0 ? static_cast<std::size_t>(h) : 0
 
 // Work buffers of the envelope, sized once per recording.
 struct EnvelopeWork {
-  std::vector<double> slope, high, low, ampRange, slopeRange, product, scratch;
+  std::vector<double> slope, ampRange, slopeRange, product, scratch;
   EnvelopeWork(std::size_t hf, std::size_t he) {
     const std::size_t productLength = kBlock + 2 * he;
     const std::size_t slopeLength = productLength + 2 * hf;
     slope.resize(slopeLength);
-    high.resize(productLength);
-    low.resize(productLength);
     ampRange.resize(productLength);
     slopeRange.resize(productLength);
     product.resize(productLength);
-    scratch.resize(2 * (slopeLength + 2 * hf + 1));
+    scratch.resize(3 * (slopeLength + 2 * hf + 1));
   }
 };
 
@@ -49,21 +47,20 @@ void range_product(std::span<const double> ecg, std::size_t hf, std::size_t p0, 
     const std::size_t len = 2 * hf + 1;
     const std::size_t windows = q1 - q0;
     const std::size_t at = q0 - p0;
-    kernels.window_max(ecg.data() + (q0 - hf), len, windows, w.high.data(), w.scratch.data(), rtNaN);
-    kernels.window_min(ecg.data() + (q0 - hf), len, windows, w.low.data(), w.scratch.data(), rtNaN);
-    for (std::size_t j = 0; j < windows; ++j) w.ampRange[at + j] = w.high[j] - w.low[j];
+    kernels.window_range(ecg.data() + (q0 - hf), len, windows, w.ampRange.data() + at,
+                         w.scratch.data(), rtNaN);
     // Stage 3, the central difference, over the windows' samples
     // [q0 - hf, q1 + hf); its first and last elements stay 0.
     const std::size_t s0 = q0 - hf;
     const std::size_t s1 = q1 + hf;
-    for (std::size_t k = s0; k < s1; ++k)
-      w.slope[k - s0] = (k >= 1 && k + 1 < n) ? ecg[k + 1] - ecg[k - 1] : 0.0;
-    kernels.window_max(w.slope.data(), len, windows, w.high.data(), w.scratch.data(), rtNaN);
-    kernels.window_min(w.slope.data(), len, windows, w.low.data(), w.scratch.data(), rtNaN);
-    for (std::size_t j = 0; j < windows; ++j) w.slopeRange[at + j] = w.high[j] - w.low[j];
+    const std::size_t inner0 = std::max<std::size_t>(s0, 1), inner1 = std::min(s1, n - 1);
+    for (std::size_t k = s0; k < inner0; ++k) w.slope[k - s0] = 0.0;
+    for (std::size_t k = inner0; k < inner1; ++k) w.slope[k - s0] = ecg[k + 1] - ecg[k - 1];
+    for (std::size_t k = std::max(inner1, s0); k < s1; ++k) w.slope[k - s0] = 0.0;
+    kernels.window_range(w.slope.data(), len, windows, w.slopeRange.data() + at, w.scratch.data(),
+                         rtNaN);
   }
-  for (std::size_t j = 0; j < count; ++j)
-    w.product[j] = w.slopeRange[j] * w.ampRange[j] * w.ampRange[j];
+  kernels.times_square(w.slopeRange.data(), w.ampRange.data(), count, w.product.data());
 }
 
 }  // namespace

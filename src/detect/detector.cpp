@@ -7,6 +7,7 @@
 #include "detect/detector.hpp"
 #include "keloecgsolver/detect.h"
 #include "runtime/emx.hpp"
+#include "runtime/sample_buffer.hpp"
 
 namespace kelo::detect {
 
@@ -40,10 +41,9 @@ std::vector<double> detect_rpeaks(std::span<const double> ecg, double fs, simd::
   // The centred copy and the envelope are the only per-sample buffers (every
   // element is written before it is read); the envelope's buffer first
   // serves as the median's copy.
-  const auto centredBuffer = std::make_unique_for_overwrite<double[]>(n);
-  const auto featureBuffer = std::make_unique_for_overwrite<double[]>(n);
-  const std::span<double> centred(centredBuffer.get(), n);
-  const std::span<double> feature(featureBuffer.get(), n);
+  const SampleBuffer centredBuffer(n), featureBuffer(n);
+  const std::span<double> centred = centredBuffer.span();
+  const std::span<double> feature = featureBuffer.span();
   centre(ecg, centred, feature);
   const Widths w = widths_for(fs);
   qrs_feature(centred, w, feature, kernels);

@@ -10,10 +10,10 @@
 // pow per sample. Yet only the comparison F(k) > T(k) matters, and it is
 // almost never close. So T(k) is bracketed, cheaply and rigorously:
 //
-//  - Sums over a moving window are kept as running sums with a bound on
-//    their rounding error (each addition or subtraction adds at most
-//    u |result|, u = 2^-53), restarted from scratch at intervals, so the
-//    exact sums of each window are known to lie in an interval.
+//  - Sums over a moving window come from prefix sums over blocks of the
+//    recording, with a bound on their rounding error (each addition errs by
+//    at most u times the largest partial sum, u = 2^-53), so the exact sum
+//    of each window is known to lie in an interval.
 //  - A sum of m terms taken in any order, in particular in the fixed order,
 //    lies within (m - 1) u / (1 - (m - 1) u) of the sum of the magnitudes
 //    of the exact sum. From the exact window sums follow bounds on what
@@ -48,8 +48,6 @@ namespace kelo::detect {
 namespace {
 
 constexpr double kUnit = 0x1p-53;       // unit roundoff of double
-constexpr double kUp = 1.0 + 4 * kUnit;   // covers up to three roundings of a bound
-constexpr double kDown = 1.0 - 4 * kUnit;
 constexpr double kPowMargin = 0x1p-40;  // relative widening of s * s * s
 constexpr double kMax = 0x1.fffffffffffffp1023;  // the largest finite double
 constexpr std::size_t kBlock = 4096;    // samples decided per pass
@@ -117,10 +115,10 @@ enum class Verdict : unsigned char {
   NeedSpread,  // the spread and T decide
 };
 
-// Marks in the bounds of t and of the spread: the value is NaN or infinite
-// (never above), or could not be bracketed (compute it exactly).
+// Marks in the bounds of the spread: NaN or infinite (never above). A t
+// or spread that could not be bracketed is marked -2 by the kernels (then
+// T is computed exactly), a NaN or infinite t is marked NaN.
 constexpr double kNonFiniteSpread = -1.0;
-constexpr double kUnknownSpread = -2.0;
 
 }  // namespace
 

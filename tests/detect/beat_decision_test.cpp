@@ -109,29 +109,4 @@ TEST(SearchBack, GapsAndTheirMiddles) {
   EXPECT_EQ(accepted_peaks(V{5, 0, -kInf, 7, 0}), (V{5, 7}));
 }
 
-TEST(CorrelationPassAndSearchBack, OneBeatPerRegionThenTheMissedBeat) {
-  // Beats at 0-based 30, 300, 500, 700, 900 and 1165, a slow wave at
-  // 1000 .. 1059; template of half-width 16 over the beats.
-  const V peaks{31, 301, 501, 701, 901, 1166};
-  V ecg = synthetic_ecg({{30}, {300}, {500}, {700}, {900}, {1165}}, 1200);
-  for (int k = 1000; k < 1060; ++k) ecg[k] = std::sin((k - 1000) / 60.0 * 3.14159);
-  const V tmpl = beat_template(ecg, peaks, 16);
-  // Regions: touching the start (q - hw <= 0 at q = 1), around 300, 500
-  // and 900, on the slow wave (a poor match), touching the end (1184 + 16
-  // = 1200 is not < 1200). No region around 700.
-  const Regions regions{{1, 281, 481, 881, 1011, 1150}, {60, 321, 521, 921, 1051, 1184}};
-  BeatList beats(8);
-  correlation_pass(ecg, tmpl, regions, 16, beats);
-  EXPECT_EQ(beats.rpeaks, (V{301, 501, 901, 0, 0, 0, 0, 0}));  // in region order, refined
-  EXPECT_EQ(beats.lastRR, 400);
-  // RR 200 then 400: the gap centres on ceil((501 + 901) / 2) = 701, where
-  // the feature must exceed half the threshold; lastRR stays untouched.
-  BeatList weak = beats;
-  search_back(ecg, tmpl, V(1200, 0.5), V(1200, 1.0), 16, weak);
-  EXPECT_EQ(weak.beatCount, 4u);
-  search_back(ecg, tmpl, V(1200, 1.0), V(1200, 1.0), 16, beats);
-  EXPECT_EQ(beats.rpeaks, (V{301, 501, 901, 701, 0, 0, 0, 0}));
-  EXPECT_EQ(beats.lastRR, 400);
-}
-
 }  // namespace

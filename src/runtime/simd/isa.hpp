@@ -45,6 +45,12 @@ struct Kernels {
                      double* scratch, double nan);
   void (*window_min)(const double* x, std::size_t len, std::size_t count, double* out,
                      double* scratch, double nan);
+  // out[k] = window_max - window_min of x[k .. k+len); scratch holds
+  // 3 * (count + len) doubles.
+  void (*window_range)(const double* x, std::size_t len, std::size_t count, double* out,
+                       double* scratch, double nan);
+  // out[k] = (a[k] * b[k]) * b[k].
+  void (*times_square)(const double* a, const double* b, std::size_t count, double* out);
   // Pearson correlation of a template of len >= 2 samples with the windows
   // y[k .. k+len): centred[j] = template[j] - its mean, templateStd its
   // standard deviation. The window mean is summed from 0.0 on.
