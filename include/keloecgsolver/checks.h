@@ -34,10 +34,11 @@ KELO_EXTERN_C_BEGIN
      sample (the maximum is then -10000).
    - nBeats above the fixed length counts as the fixed length; nBeats <= 2
      gives no rhythm verdict.
-   - Returns 0, reading nothing, when ecg or beats is NULL.
-   checkQuality keeps its work copies in static storage and must not run on
-   two threads at once; checkQualityShort works on its stack only. Call the
-   routine's _initialize first. */
+   - Returns 0, reading nothing, when ecg or beats is NULL, and 0 when
+     memory for the work copies runs out.
+   checkQuality takes its work copies (576 KB) from the heap for each call;
+   checkQualityShort works on its stack only. Call the routine's
+   _initialize first. */
 KELO_API int32_t checkQuality(const double ecg[KELO_CHECK_LENGTH], int32_t n, double fullScale,
                               const int32_t beats[KELO_CHECK_LENGTH], int32_t nBeats);
 KELO_API int32_t checkQualityShort(const double ecg[KELO_CHECK_SHORT_LENGTH], int32_t n,
@@ -69,8 +70,9 @@ KELO_API int32_t checkQualityShort(const double ecg[KELO_CHECK_SHORT_LENGTH], in
    - n < 2: nothing is changed and *cleanCount is n (also when negative);
      n == 2 never changes anything either.
    - Nothing is read or written when any pointer is NULL.
-   checkRR keeps its work arrays in static storage and must not run on two
-   threads at once; checkRRshort works on its stack only. */
+   checkRR takes its work arrays (612 KB) from the heap for each call; when
+   memory runs out *cleanCount is -1 and nothing else is written.
+   checkRRshort works on its stack only. */
 KELO_API void checkRR(const int32_t beats[KELO_CHECK_LENGTH], int32_t n,
                       int32_t classes[KELO_CHECK_LENGTH], int32_t cleanBeats[KELO_CHECK_LENGTH],
                       int32_t* cleanCount);
@@ -86,8 +88,9 @@ KELO_API void checkRRshort(const int32_t beats[KELO_CHECK_SHORT_LENGTH], int32_t
      *n always describes elements that exist.
    - *n < 2 changes nothing.
    - Nothing is read or written when any pointer is NULL.
-   The routine allocates its own work records and frees them before it
-   returns; it keeps no static state. */
+   The routine allocates its own work records, all before it changes
+   anything, and frees them before it returns. When memory runs out *n is
+   -1 and beats and classes are left as they were. */
 KELO_API void checkRRvar(emxArray_int32_T* beats, int32_t* n, emxArray_int32_T* classes);
 
 KELO_EXTERN_C_END

@@ -15,6 +15,9 @@ KELO_EXTERN_C_BEGIN
 #define KELO_CLASSIFY_SHORT_LENGTH 3000
 #define KELO_REFINE_LENGTH 36000
 
+/* Highest sampling rate classifyQRSvar accepts, in Hz. */
+#define KELO_CLASSIFY_MAX_RATE 2000
+
 /* ---- Classification --------------------------------------------------------
 
    Marks each beat 1 (normal: its QRS complex looks like the average beat)
@@ -41,8 +44,9 @@ KELO_EXTERN_C_BEGIN
      no entry for further beats); nbeats <= 0 classifies nothing (classes
      all 1).
    - Nothing is read or written when a pointer is NULL.
-   classifyQRS keeps two signal-sized work copies in static storage and must
-   not run on two threads at once; classifyQRSshort uses its stack only. */
+   classifyQRS takes two signal-sized work copies (576 KB) from the heap for
+   each call; when memory runs out every entry of classes is -1 (no
+   verdict). classifyQRSshort uses its stack only. */
 KELO_API void classifyQRS(const double signal[KELO_CLASSIFY_LENGTH], const int32_t* rpeaks,
                           int32_t nbeats, int32_t classes[KELO_CLASSIFY_LENGTH]);
 KELO_API void classifyQRSshort(const double signal[KELO_CLASSIFY_SHORT_LENGTH],
@@ -61,8 +65,16 @@ KELO_API void classifyQRSshort(const double signal[KELO_CLASSIFY_SHORT_LENGTH],
      of the signal class 0, as its windows are empty.
    - Nothing is read or written when a pointer is NULL, and classes is left
      alone when it has no dimension.
-   Allocates only the template (freed before returning) and the classes
-   buffer; keeps no static state. */
+   Cost: a beat whose window correlates below 0.7 is tried at every shift
+   until one reaches 0.7, each shift a pass over the window, so a beat that
+   matches at no shift costs about (0.12 fs)^2 steps, a quarter of a
+   millisecond at 2000 Hz. Rates above KELO_CLASSIFY_MAX_RATE (2000 Hz) are
+   refused, leaving classes empty (every extent 0): no caller of the
+   library needs them (it analyses at 200 Hz), and at 50 kHz a beat would
+   take 0.15 s.
+
+   Allocates only the template and its work copy (freed before returning)
+   and the classes buffer; when memory runs out classes is left empty. */
 KELO_API void classifyQRSvar(const emxArray_real_T* signal, const emxArray_int32_T* rpeaks,
                              int32_t nbeats, int32_t fs, emxArray_int32_T* classes);
 
@@ -103,8 +115,8 @@ KELO_API void classifyQRSvar(const emxArray_real_T* signal, const emxArray_int32
      range entirely outside finds nothing), and the slope of the last
      sample, which would need a sample after the signal, is not formed.
    - Nothing is read or written when a pointer is NULL.
-   Keeps its work arrays in static storage: must not run on two threads at
-   once. */
+   Takes its work arrays (1.3 MB) from the heap for each call; when memory
+   runs out *count is -1 and beatsOut is left as it was. */
 KELO_API void refineQrsDetection(const double x[KELO_REFINE_LENGTH],
                                  const int32_t beatsIn[KELO_REFINE_LENGTH], int32_t n, int32_t fs,
                                  int32_t beatsOut[KELO_REFINE_LENGTH], int32_t* count);

@@ -4,7 +4,9 @@
    Call detectWaves_initialize() (lifecycle.h) before and
    detectWaves_terminate() after detectWaves or m_analyze_ecg_offline_r.
    Neither routine keeps any state between calls; two calls that share no
-   arrays may run at the same time. */
+   arrays may run at the same time. Both allocate work memory in proportion
+   to the recording; when it runs out they return the failure results stated
+   below. */
 #ifndef KELOECGSOLVER_DETECT_H
 #define KELOECGSOLVER_DETECT_H
 
@@ -43,7 +45,10 @@ KELO_EXTERN_C_BEGIN
    more), ecg is still centred but no detection runs: rpeaks is empty and
    feature and threshold are n zeros. At rates below 125 Hz a candidate
    whose +-10-sample refinement window does not fit inside the recording is
-   skipped. */
+   skipped.
+
+   Out of memory: rpeaks, feature and threshold are left empty (every
+   extent 0); ecg may already be centred. */
 KELO_API void m_analyze_ecg_offline_r(emxArray_real_T* ecg, double fs, emxArray_real_T* rpeaks,
                                       emxArray_real_T* feature, emxArray_real_T* threshold);
 
@@ -70,14 +75,17 @@ KELO_API void m_analyze_ecg_offline_r(emxArray_real_T* ecg, double fs, emxArray_
 
    Output records must have been made by this library. Nothing is written
    when any pointer is NULL. NaN samples are ignored by the clipping tests;
-   an infinite sample counts as clipped. */
+   an infinite sample counts as clipped.
+
+   Out of memory: *quality is 0 (no grade) and rPeaks and windowQualities
+   are left empty (every extent 0). */
 KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t fs,
                           int32_t windowSeconds, emxArray_int32_T* rPeaks, int32_t* quality,
                           emxArray_int32_T* windowQualities);
 
 /* y = |x| element by element (sign bit cleared: -0 gives +0, NaN stays
    NaN). y takes the first extent of x as its length. Nothing happens when
-   either argument is NULL. */
+   either argument is NULL; y is left empty when memory runs out. */
 KELO_API void m_abs(const emxArray_real_T* x, emxArray_real_T* y);
 
 KELO_EXTERN_C_END

@@ -47,7 +47,8 @@ typedef struct emxArray_boolean_T {
 
 /* New rows x cols array with an owned, zero-filled buffer.
    Preconditions: rows, cols >= 0 and rows * cols fits in int32. A negative
-   extent counts as 0 elements for the buffer. */
+   extent counts as 0 elements for the buffer. Every creator below returns
+   NULL, with nothing left allocated, when memory runs out. */
 KELO_API emxArray_real_T* emxCreate_real_T(int32_t rows, int32_t cols);
 KELO_API emxArray_int32_T* emxCreate_int32_T(int32_t rows, int32_t cols);
 

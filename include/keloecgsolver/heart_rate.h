@@ -17,7 +17,8 @@ KELO_EXTERN_C_BEGIN
    ascending) of beats: 60 / (median interval / fs), rounded half away from
    zero. Two beats at the same position give +Inf.
    Returns NaN, reading nothing, when beats is NULL, n < 2 or n exceeds the
-   number of elements of beats. Call calcHRvar_initialize() first. */
+   number of elements of beats, and NaN when memory for its work copy runs
+   out. Call calcHRvar_initialize() first. */
 KELO_API double calcHRvar(const emxArray_int32_T* beats, int32_t n, int32_t fs);
 
 /* The same over a caller-owned plain array that must hold

@@ -4,10 +4,9 @@
    All routines work on plain caller-owned arrays. Times and intervals are in
    seconds, frequencies in Hz, band powers in s^2.
 
-   Not reentrant: calcStatNN keeps its per-segment buffers in static storage
-   and the periodogram routines write the global pwr and static scratch
-   values, so calls of calcHrv and of the routines below must not overlap
-   (serialise them across threads).
+   Every routine may run on several threads at once: work buffers belong to
+   the call. The one shared value is the global pwr below, which the
+   routines only write.
 
    None of these routines ends the process. Bad arguments (NULL pointers,
    counts out of range) are answered as documented next to each declaration;
@@ -48,19 +47,22 @@ KELO_EXTERN_C_BEGIN
 #define KELO_HRV_FREQ_RESULTS 6
 
 /* Status written by the HRV routines: 0 after the time-domain step, 4 when
-   the frequency-domain results could not be formed. */
+   the frequency-domain results could not be formed, 8 when memory for the
+   work buffers ran out (the code the Java bridge reports it with). */
 #define KELO_HRV_STATUS_OK 0
 #define KELO_HRV_STATUS_NO_SPECTRUM 4
+#define KELO_HRV_STATUS_NO_MEMORY 8
 
 /* All HRV statistics of a beat series.
    rpeaks: n + 1 ascending sample positions; n: number of RR intervals;
    fs: sampling rate (Hz); timeResults: 7 doubles; freqResults: 6 doubles.
    Writes 0 to *status, the time-domain results, then the frequency-domain
    results. When fewer than three spectral lines are left at or below 0.4 Hz,
-   or the series has fewer than three intervals (n < 3), or a work buffer
-   cannot be allocated, *status becomes 4 and freqResults is left as it was
-   (after a failed allocation of the interval arrays timeResults is left as
-   it was too). Does nothing when any pointer is NULL. n < 1 reads no
+   or the series has fewer than three intervals (n < 3), *status becomes 4
+   and freqResults is left as it was. When memory for a work buffer runs
+   out, *status becomes 8, freqResults is left as it was and timeResults
+   holds the complete time-domain results or is left as it was. Does
+   nothing when any pointer is NULL. n < 1 reads no
    position: the time-domain results are those of an empty series (0, NaN,
    NaN, 0, -1, NaN, NaN) and the status is 4. */
 KELO_API void calcHrv(const int32_t* rpeaks, int32_t n, int32_t fs, double* timeResults,
@@ -75,7 +77,9 @@ KELO_API void calcRR(const int32_t* rpeaks, int32_t n, int32_t fs, char* annotat
                      double* rr);
 
 /* calcStatNN, then SDANN -1.0 (not formed) becomes 0.0, and 0 goes to
-   *status (skipped when status is NULL). SDNN index keeps -1.0. */
+   *status (skipped when status is NULL). SDNN index keeps -1.0. When
+   memory for the work buffers runs out all 7 results are NaN and *status
+   is 8. */
 KELO_API void calcHrvTime(const double* t, const double* rr, const char* annotations, int32_t n,
                           double* timeResults, int32_t* status);
 
@@ -86,15 +90,19 @@ KELO_API void calcHrvTime(const double* t, const double* rr, const char* annotat
    formed. Divisions by a zero count are not guarded (NaN or infinity).
    Interval times above 720000 s (2400 segments), infinity included, are
    beyond the supported length: all 7 results are then NaN, as they are
-   when n > 0 and t, rr or annotations is NULL. Does nothing when timeResults
+   when n > 0 and t, rr or annotations is NULL or when memory for the
+   per-segment work buffers (58 KB) runs out. Does nothing when timeResults
    is NULL. */
 KELO_API void calcStatNN(const double* t, const double* rr, const char* annotations, int32_t n,
                          double* timeResults);
 
 /* ---- Lomb periodogram --------------------------------------------------- */
 
-/* Variance of the series last analysed by avevar (and so by fasper and
-   calcLomb); calcLomb normalises its amplitudes with it. */
+/* Variance of the series analysed by avevar (and so by fasper and calcLomb,
+   which normalises its amplitudes with the same value). Every such call
+   stores its variance here, and no routine reads it back. It is meaningful
+   only when calls do not overlap: with calls running on several threads it
+   holds the value of one of them, and which one is undefined. */
 KELO_API extern float pwr;
 
 /* Exported placeholders without behaviour (pointer-sized: 8 bytes on the
@@ -167,9 +175,9 @@ KELO_API const char* prog_name(const char* s);
 /* Frequency-domain results of n intervals (times t, lengths rr) into the 6
    doubles of freqResults: total power up to 0.4 Hz, ULF, VLF, LF, HF and
    LF/HF. Band edges are inclusive on both sides, so a line on a shared edge
-   counts in both bands. *status is written only on failure, with 4: fewer
-   than three lines left at or below 0.4 Hz, n < 3 or n > 1073741823, or a
-   buffer that cannot be allocated; freqResults is then left as it was.
+   counts in both bands. *status is written only on failure: 4 when fewer
+   than three lines are left at or below 0.4 Hz or n < 3 or n > 1073741823,
+   8 when memory for a buffer runs out; freqResults is then left as it was.
    Does nothing when a pointer is NULL. */
 KELO_API void calcHrvFreq(const double* t, const double* rr, int32_t n, double* freqResults,
                           int32_t* status);

@@ -7,7 +7,10 @@
    holds the element count, any other extent is 1). Outputs are resized by
    the kernel. Positions in results are 1-based. The non-finite constants
    must hold their values (they are initialised statically and by every
-   *_initialize routine). */
+   *_initialize routine).
+
+   When memory runs out a kernel leaves its output records empty (every
+   extent 0) and a kernel that returns a double returns NaN. */
 #ifndef KELOECGSOLVER_KERNELS_H
 #define KELOECGSOLVER_KERNELS_H
 

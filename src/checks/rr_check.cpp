@@ -6,11 +6,13 @@
 #include <cmath>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <span>
 
 #include "checks/interval_stats.hpp"
 #include "keloecgsolver/checks.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 
 namespace {
@@ -28,6 +30,7 @@ constexpr int32_t kRemoveClass = 5;     // marks a beat for removal
 constexpr double kSpreadFraction = 0.1;
 // An interval shorter than mean - kShortSds * sd is implausible.
 constexpr double kShortSds = 2.0;
+constexpr int32_t kOutOfMemory = -1;  // the count reported when memory runs out
 
 // The list being cleaned: positions and class codes, compacted together.
 struct BeatList {
@@ -110,17 +113,13 @@ void clean_beats(const BeatList& list, int32_t& count, std::span<bool> flags,
 
 // ---- fixed-length variants -------------------------------------------------
 
-// checkRR keeps its two double work arrays in static storage (it is
-// therefore not re-entrant); only this accessor knows where they live.
-struct RrStaticWork {
+// The work arrays of checkRR: each call has its own, on the heap (612 KB is
+// too much for the stack of every thread a caller may use).
+struct RrWork {
   std::array<double, kLongLength> positions;
   std::array<double, kLongLength> intervals;
+  std::array<bool, kLongLength> flags;
 };
-
-RrStaticWork& rr_static_work() {
-  static RrStaticWork work;
-  return work;
-}
 
 template <std::size_t Length>
 struct RrFixedBuffers {
@@ -200,10 +199,14 @@ KELO_API void checkRR(const int32_t beats[KELO_CHECK_LENGTH], int32_t n,
                       int32_t classes[KELO_CHECK_LENGTH], int32_t cleanBeats[KELO_CHECK_LENGTH],
                       int32_t* cleanCount) {
   if (beats == nullptr || classes == nullptr || cleanBeats == nullptr || cleanCount == nullptr) return;
-  RrStaticWork& work = rr_static_work();
-  std::array<bool, kLongLength> flags;  // on the call's stack
-  const RrFixedBuffers<kLongLength> buf{work.positions, work.intervals, flags};
-  check_rr_fixed(buf, beats, n, classes, cleanBeats, cleanCount);
+  // The work arrays are the only memory taken, before anything is written.
+  kelo::guarded(
+      [&] {
+        const auto work = std::make_unique_for_overwrite<RrWork>();
+        const RrFixedBuffers<kLongLength> buf{work->positions, work->intervals, work->flags};
+        check_rr_fixed(buf, beats, n, classes, cleanBeats, cleanCount);
+      },
+      [&] { *cleanCount = kOutOfMemory; });
 }
 
 KELO_API void checkRRshort(const int32_t beats[KELO_CHECK_SHORT_LENGTH], int32_t n,
@@ -224,11 +227,19 @@ KELO_API void checkRRvar(emxArray_int32_T* beats, int32_t* n, emxArray_int32_T* 
   if (*n > available) *n = available;
   if (*n < 2) return;
 
-  RrRecordWork work;
-  kelo::resize_column(work.flags.get(), *n);
-  clean_beats(list, *n, work.flags.span(), [&](int32_t count) {
-    return summarise_records(work, list.positions, count);
-  });
+  // The work records get their largest sizes before anything is changed;
+  // later iterations only shrink them, so they never allocate.
+  kelo::guarded(
+      [&] {
+        RrRecordWork work;
+        kelo::resize_column(work.flags.get(), *n);
+        kelo::resize_column(work.intervals.get(), *n);
+        kelo::resize_column(work.sorted.get(), *n - 1);
+        clean_beats(list, *n, work.flags.span(), [&](int32_t count) {
+          return summarise_records(work, list.positions, count);
+        });
+      },
+      [&] { *n = kOutOfMemory; });
 }
 
 }  // extern "C"

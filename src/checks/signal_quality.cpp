@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "checks/interval_stats.hpp"
 #include "keloecgsolver/checks.h"
+#include "runtime/boundary.hpp"
 #include "runtime/numeric.hpp"
 
 namespace {
@@ -17,7 +19,7 @@ constexpr std::size_t kShortLength = KELO_CHECK_SHORT_LENGTH;
 constexpr int32_t kUsable = 1;
 constexpr int32_t kClipped = 2;
 constexpr int32_t kIrregular = 3;
-constexpr int32_t kNotGraded = 0;  // a required array is missing
+constexpr int32_t kNotGraded = 0;  // a required array is missing, or memory ran out
 
 // Clipping: a raw sample above this fraction of full scale.
 constexpr double kClipFraction = 0.97;
@@ -33,17 +35,13 @@ struct QualityBuffers {
   std::span<int32_t, Length> intervals;
 };
 
-// checkQuality keeps its sample and beat copies in static storage (it is
-// therefore not re-entrant); only this accessor knows where they live.
-struct QualityStaticWork {
+// The work copies of checkQuality: each call has its own, on the heap
+// (576 KB is too much for the stack of every thread a caller may use).
+struct QualityWork {
   std::array<double, kLongLength> samples;
   std::array<int32_t, kLongLength> beats;
+  std::array<int32_t, kLongLength> intervals;
 };
-
-QualityStaticWork& quality_static_work() {
-  static QualityStaticWork work;
-  return work;
-}
 
 template <std::size_t Length>
 int32_t grade_excerpt(const QualityBuffers<Length>& buf, const double* ecg, int32_t n,
@@ -76,10 +74,13 @@ extern "C" {
 KELO_API int32_t checkQuality(const double ecg[KELO_CHECK_LENGTH], int32_t n, double fullScale,
                               const int32_t beats[KELO_CHECK_LENGTH], int32_t nBeats) {
   if (ecg == nullptr || beats == nullptr) return kNotGraded;
-  QualityStaticWork& work = quality_static_work();
-  std::array<int32_t, kLongLength> intervals;  // on the call's stack
-  const QualityBuffers<kLongLength> buf{work.samples, work.beats, intervals};
-  return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+  return kelo::guarded(
+      [&] {
+        const auto work = std::make_unique_for_overwrite<QualityWork>();
+        const QualityBuffers<kLongLength> buf{work->samples, work->beats, work->intervals};
+        return grade_excerpt(buf, ecg, n, fullScale, beats, nBeats);
+      },
+      [] { return kNotGraded; });
 }
 
 KELO_API int32_t checkQualityShort(const double ecg[KELO_CHECK_SHORT_LENGTH], int32_t n,

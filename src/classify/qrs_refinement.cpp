@@ -5,10 +5,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "classify/refine_kernels.hpp"
 #include "keloecgsolver/classify.h"
+#include "runtime/boundary.hpp"
 #include "runtime/numeric.hpp"
 
 namespace {
@@ -23,8 +25,8 @@ constexpr double kSlopeSds = 3.0;         // accepted slope band
 constexpr double kMinAmplitudeRatio = 0.5;
 constexpr double kHalfGapSds = 1.96;      // each half of a split gap must exceed mean - 1.96 sd
 
-// The work arrays of the search live in static storage (the routine is not
-// re-entrant); only this holder knows where.
+// The work arrays of the search. Each call has its own, on the heap (1.3 MB
+// is too much for the stack of every thread a caller may use).
 struct RefineWork {
   std::array<double, kLen> rr;
   std::array<double, kLen> amplitude;  // beat amplitudes, then a gap's candidate amplitudes
@@ -33,10 +35,7 @@ struct RefineWork {
   std::array<int32_t, kLen> merge_copy;
 };
 
-RefineWork& refine_work() {
-  static RefineWork work;
-  return work;
-}
+constexpr int32_t kOutOfMemory = -1;  // the count reported when memory runs out
 
 struct SlopeRange {
   double max;
@@ -177,7 +176,8 @@ int32_t refine_pass(std::span<const double> x, std::span<int32_t> beats, int32_t
 kelo::refine::BeatStats kelo::refine::beat_statistics(std::span<const double> x,
                                                       std::span<const int32_t> beats, int32_t n,
                                                       int32_t w) {
-  return beat_stats(x, beats, std::min(n, kLength), w, refine_work());
+  const auto work = std::make_unique_for_overwrite<RefineWork>();
+  return beat_stats(x, beats, std::min(n, kLength), w, *work);
 }
 
 extern "C" {
@@ -189,20 +189,25 @@ KELO_API void refineQrsDetection(const double x[KELO_REFINE_LENGTH],
   // The list cannot hold more beats than its length. *count only ever
   // reports the input count: the beats found are the entries of beatsOut
   // that beatsIn does not have (the header says so to callers).
-  n = std::min(n, kLength);
-  *count = n;
-  std::copy_n(beatsIn, kLen, beatsOut);
-  const int32_t w = m_mrdivide(kelo::round_to_int32(0.12 * static_cast<double>(fs)), 2.0);
+  // The work arrays are the only memory taken, before anything is written.
+  kelo::guarded(
+      [&] {
+        const auto work = std::make_unique_for_overwrite<RefineWork>();
+        n = std::min(n, kLength);
+        *count = n;
+        std::copy_n(beatsIn, kLen, beatsOut);
+        const int32_t w = m_mrdivide(kelo::round_to_int32(0.12 * static_cast<double>(fs)), 2.0);
 
-  RefineWork& work = refine_work();
-  const std::span<const double> signal(x, kLen);
-  const std::span<int32_t> beats(beatsOut, kLen);
-  int32_t added = 1;
-  for (int32_t pass = 0; added > 0 && pass < kMaxPasses; ++pass) {
-    added = refine_pass(signal, beats, n, w, work);
-    std::copy(beats.begin(), beats.end(), work.merge_copy.begin());
-    m_sortData(work.merge_copy, n, added, beats);
-  }
+        const std::span<const double> signal(x, kLen);
+        const std::span<int32_t> beats(beatsOut, kLen);
+        int32_t added = 1;
+        for (int32_t pass = 0; added > 0 && pass < kMaxPasses; ++pass) {
+          added = refine_pass(signal, beats, n, w, *work);
+          std::copy(beats.begin(), beats.end(), work->merge_copy.begin());
+          m_sortData(work->merge_copy, n, added, beats);
+        }
+      },
+      [&] { *count = kOutOfMemory; });
 }
 
 }  // extern "C"

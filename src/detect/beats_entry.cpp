@@ -4,6 +4,7 @@
 #include "detect/labelled_beats.hpp"
 #include "keloecgsolver/beats.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/numeric.hpp"
 
@@ -41,25 +42,27 @@ KELO_API int32_t kelo_detectBeats(const emxArray_real_T* ecg, int32_t fs,
     return KELO_BEATS_BAD_RATE;
   }
   rt_InitInfAndNaN(8U);
-  try {
-    const std::vector<beats::Beat> found = beats::labelled_beats(elements(ecg), static_cast<double>(fs));
-    if (!make_room(positions, labels, found.size())) {
-      empty(positions);
-      empty(labels);
-      return KELO_BEATS_NO_MEMORY;
-    }
-    const auto p = elements(positions);
-    const auto l = elements(labels);
-    for (std::size_t i = 0; i < found.size(); ++i) {
-      p[i] = clamp_to_int32(found[i].index + 1);
-      l[i] = static_cast<int32_t>(found[i].label);
-    }
-    return KELO_BEATS_OK;
-  } catch (...) {  // only allocations throw here
-    empty(positions);
-    empty(labels);
-    return KELO_BEATS_NO_MEMORY;
-  }
+  return guarded(
+      [&]() -> int32_t {
+        const std::vector<beats::Beat> found = beats::labelled_beats(elements(ecg), static_cast<double>(fs));
+        if (!make_room(positions, labels, found.size())) {
+          empty(positions);
+          empty(labels);
+          return KELO_BEATS_NO_MEMORY;
+        }
+        const auto p = elements(positions);
+        const auto l = elements(labels);
+        for (std::size_t i = 0; i < found.size(); ++i) {
+          p[i] = clamp_to_int32(found[i].index + 1);
+          l[i] = static_cast<int32_t>(found[i].label);
+        }
+        return KELO_BEATS_OK;
+      },
+      [&]() -> int32_t {  // only allocations throw here
+        empty(positions);
+        empty(labels);
+        return KELO_BEATS_NO_MEMORY;
+      });
 }
 
 KELO_API const char* kelo_beatLabelName(int32_t label) {

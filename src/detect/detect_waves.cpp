@@ -8,6 +8,7 @@
 #include "detect/detector.hpp"
 #include "detect/window_quality.hpp"
 #include "keloecgsolver/detect.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
@@ -42,15 +43,23 @@ KELO_API void detectWaves(const emxArray_real_T* ecg, double fullScale, int32_t 
                           emxArray_int32_T* windowQualities) {
   using namespace kelo;
   if (ecg == nullptr || rPeaks == nullptr || quality == nullptr || windowQualities == nullptr) return;
-  const auto samples = elements(ecg);
-  {
-    const std::vector<int32_t> positions = detect::rpeak_positions(samples, fs);
-    if (!resize_column(rPeaks, static_cast<int32_t>(positions.size()))) return;
-    const auto peaks = elements(rPeaks);
-    std::copy_n(positions.begin(), std::min(positions.size(), peaks.size()), peaks.begin());
-  }
-  *quality = detect::excerpt_grade(samples, fullScale, elements(rPeaks));
-  detect::m_checkWindowQuality(ecg, fs, fullScale, rPeaks, windowSeconds, windowQualities);
+  guarded(
+      [&] {
+        const auto samples = elements(ecg);
+        {
+          const std::vector<int32_t> positions = detect::rpeak_positions(samples, fs);
+          if (!resize_column(rPeaks, static_cast<int32_t>(positions.size()))) return;
+          const auto peaks = elements(rPeaks);
+          std::copy_n(positions.begin(), std::min(positions.size(), peaks.size()), peaks.begin());
+        }
+        *quality = detect::excerpt_grade(samples, fullScale, elements(rPeaks));
+        detect::m_checkWindowQuality(ecg, fs, fullScale, rPeaks, windowSeconds, windowQualities);
+      },
+      [&] {
+        empty(rPeaks);
+        *quality = 0;
+        empty(windowQualities);
+      });
 }
 
 }  // extern "C"

@@ -6,6 +6,7 @@
 
 #include "detect/detector.hpp"
 #include "keloecgsolver/detect.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/sample_buffer.hpp"
 
@@ -69,14 +70,22 @@ extern "C" {
 KELO_API void m_analyze_ecg_offline_r(emxArray_real_T* ecg, double fs, emxArray_real_T* rpeaks,
                                       emxArray_real_T* feature, emxArray_real_T* threshold) {
   if (ecg == nullptr || rpeaks == nullptr || feature == nullptr || threshold == nullptr) return;
-  // The recording is the vector's elements (its length is its largest
-  // extent; other extents are 1).
-  auto all = kelo::elements(ecg);
-  const auto n = std::min<std::size_t>(all.size(), static_cast<std::size_t>(kelo::vector_length(ecg)));
-  const kelo::detect::Detection d = kelo::detect::analyze(all.first(n), fs);
-  store(d.rpeaks, rpeaks);
-  store(d.feature, feature);
-  store(d.threshold, threshold);
+  kelo::guarded(
+      [&] {
+        // The recording is the vector's elements (its length is its largest
+        // extent; other extents are 1).
+        auto all = kelo::elements(ecg);
+        const auto n = std::min<std::size_t>(all.size(), static_cast<std::size_t>(kelo::vector_length(ecg)));
+        const kelo::detect::Detection d = kelo::detect::analyze(all.first(n), fs);
+        store(d.rpeaks, rpeaks);
+        store(d.feature, feature);
+        store(d.threshold, threshold);
+      },
+      [&] {
+        kelo::empty(rpeaks);
+        kelo::empty(feature);
+        kelo::empty(threshold);
+      });
 }
 
 }  // extern "C"

@@ -9,6 +9,7 @@
 
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 
 namespace kelo::detect {
@@ -101,7 +102,8 @@ extern "C" {
 KELO_API void m_abs(const emxArray_real_T* x, emxArray_real_T* y) {
   if (x == nullptr || y == nullptr || x->numDimensions < 1 || x->size == nullptr) return;
   const int32_t n = x->size[0] < 0 ? 0 : x->size[0];
-  if (!kelo::resize_column(y, n)) return;
+  if (!kelo::guarded([&] { return kelo::resize_column(y, n); }, [&] { kelo::empty(y); return false; }))
+    return;
   auto in = kelo::elements(x);
   auto out = kelo::elements(y);
   // Clearing the sign bit: -0 becomes +0 and a NaN stays NaN.

@@ -4,6 +4,7 @@
 
 #include "hrv/hrv_internal.hpp"
 #include "keloecgsolver/hrv.h"
+#include "runtime/boundary.hpp"
 
 namespace kelo::hrv {
 namespace {
@@ -64,7 +65,6 @@ bool hrv_freq(std::span<const double> t, std::span<const double> rr, std::span<d
   const uint32_t len = static_cast<uint32_t>(4.0 * static_cast<double>(n)) >> 1;
   const auto freq = CArray<double>::zeroed(len);
   const auto amp = CArray<double>::zeroed(len);
-  if (!freq.ok() || !amp.ok()) return false;
   // The Lomb grid fills 2 (n - 1) lines; the last two stay 0 and always
   // count as kept lines of frequency 0 (they add nothing to any band).
   if (!lomb_amplitudes(t, rr, freq.span(), amp.span())) return false;
@@ -84,8 +84,12 @@ KELO_API void calcHrvFreq(const double* t, const double* rr, int32_t n, double* 
                           int32_t* status) {
   if (t == nullptr || rr == nullptr || freqResults == nullptr || status == nullptr) return;
   const std::size_t m = n > 0 ? static_cast<std::size_t>(n) : 0;
-  if (!kelo::hrv::hrv_freq({t, m}, {rr, m}, std::span<double, 6>(freqResults, 6)))
-    *status = KELO_HRV_STATUS_NO_SPECTRUM;
+  *status = kelo::guarded(
+      [&] {
+        const bool formed = kelo::hrv::hrv_freq({t, m}, {rr, m}, std::span<double, 6>(freqResults, 6));
+        return formed ? *status : KELO_HRV_STATUS_NO_SPECTRUM;
+      },
+      [] { return KELO_HRV_STATUS_NO_MEMORY; });
 }
 
 KELO_API void limitFreq(double* freq, double* amp, uint32_t len, double fmax, uint32_t* count) {

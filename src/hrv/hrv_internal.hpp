@@ -1,6 +1,5 @@
-// Internal interface of the heart-rate-variability unit: buffer helpers,
-// the holders of the unit's static state, and the span-based cores behind
-// the exported routines. Everything here has hidden visibility; the library
+// Internal interface of the heart-rate-variability unit: buffer helpers
+// and the span-based cores behind the exported routines. Everything here has hidden visibility; the library
 // calls these cores directly, never its own exported names, so that no
 // other definition of a name such as error or four1 can be reached by
 // symbol interposition.
@@ -12,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <span>
 
 namespace kelo::hrv {
@@ -44,9 +44,9 @@ struct FreeDeleter {
   void operator()(void* p) const noexcept { std::free(p); }
 };
 
-// A zero-filled, calloc-obtained array that frees itself. Allocation
-// failures are reported through ok() instead of an exception, because the
-// callers sit behind a C interface.
+// A zero-filled, calloc-obtained array that frees itself. A failed
+// allocation throws std::bad_alloc, which the exported routine that was
+// called turns into its failure result (runtime/boundary.hpp).
 template <class T>
 class CArray {
  public:
@@ -54,10 +54,10 @@ class CArray {
     CArray a;
     a.n_ = n;
     if (n > 0) a.p_.reset(static_cast<T*>(std::calloc(n, sizeof(T))));
+    if (n > 0 && a.p_ == nullptr) throw std::bad_alloc();
     return a;
   }
-  bool ok() const { return n_ == 0 || p_ != nullptr; }
-  std::span<T> span() const { return ok() && n_ > 0 ? std::span<T>(p_.get(), n_) : std::span<T>(); }
+  std::span<T> span() const { return n_ > 0 ? std::span<T>(p_.get(), n_) : std::span<T>(); }
   // The array as a 1-based buffer: elements 1..size() - 1 (size() >= 1).
   OneBased<T> one_based() const { return OneBased<T>(p_.get(), n_ - 1); }
 
@@ -66,33 +66,18 @@ class CArray {
   std::size_t n_ = 0;
 };
 
-// ---- static state ----------------------------------------------------------
-// Each piece of state that outlives a call sits behind one accessor, so that
-// it can later be made per-thread without touching the algorithms.
+// ---- state -------------------------------------------------------------------
+// The unit keeps no state between calls: work buffers belong to the call
+// that uses them, so calls on several threads never meet. The one exception
+// is the exported global pwr, which receives the variance of every analysed
+// series for callers who read it; nothing in the library reads it back.
 
 inline constexpr int32_t kMaxSegments = 2400;  // 300 s each: 200 hours
 
-// Work buffers of the time-domain statistics, reset on every call.
-struct StatNNBuffers {
-  std::array<double, kMaxSegments> ratbuf;  // NN / all intervals per closed segment, 0 = not closed
-  std::array<double, kMaxSegments> avbuf;   // sum of NN, then mean
-  std::array<double, kMaxSegments> sdbuf;   // sum of NN^2, then standard deviation
-  std::array<double, 10> nndif;             // successive-difference thresholds (s)
-  std::array<int32_t, 10> nnx;              // counts above each threshold
-};
-StatNNBuffers& stat_nn_buffers();
-
-// Scratch values of the square, maximum and minimum helpers of the Lomb code.
-struct LombScratch {
-  float sqrarg;
-  long lmaxarg1, lmaxarg2;
-  long lminarg1, lminarg2;
-};
-LombScratch& lomb_scratch();
-
-// Where the variance of the last analysed series is stored: the exported
-// global pwr.
-float& lomb_variance();
+// Stores the variance of an analysed series in pwr (an atomic store, so
+// that calls on several threads do not race; which call's value a reader
+// sees is then undefined).
+void publish_variance(float var) noexcept;
 
 // Diagnostic sink of the Lomb code (the exported error() forwards here).
 void report(const char* message);
@@ -118,6 +103,7 @@ struct FasperResult {
   std::size_t nout = 0;
   std::size_t jmax = 0;
   float prob = 1.0f;
+  float variance = 0.0f;  // of y, as avevar computed it
 };
 
 // Fast Lomb periodogram of x[1..n], y[1..n] into wk1[1..nwk], wk2[1..nwk].
@@ -132,7 +118,8 @@ void zeromean(std::span<float> y);
 
 // Frequencies and amplitudes of the n - 1 intervals rr[1..n-1] (n >= 3) into
 // the first 2 (n - 1) entries of freq and amp (each at least that long).
-// Returns false, writing nothing, when the work buffers cannot be allocated.
+// Returns false, writing nothing, when the workspaces turn out too small;
+// throws std::bad_alloc, writing nothing, when they cannot be allocated.
 bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std::span<double> freq,
                      std::span<double> amp);
 
@@ -141,7 +128,7 @@ bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std:
 inline constexpr int32_t kMaxBands = 10;
 
 // Frequency-domain results of the series; false when they cannot be formed
-// (the caller reports status 4).
+// (the caller reports status 4). Results are written only at the end.
 bool hrv_freq(std::span<const double> t, std::span<const double> rr, std::span<double, 6> results);
 uint32_t limit_freq(std::span<double> freq, std::span<double> amp, double fmax);
 // False, writing nothing, for a bad band table or fewer than three lines;

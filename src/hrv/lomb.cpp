@@ -8,12 +8,17 @@
 // a zero (or NaN) hs2wt gives the negative sign to swt, the variance of the
 // analysed values is also stored in the global pwr, a zero variance is not
 // trapped, and no diagnostic ends the process (a routine that cannot go on
-// safely returns instead).
+// safely returns instead). The published code keeps the arguments of its
+// square, maximum and minimum macros in static scratch variables; here they
+// are the helpers' own locals, so that calls on several threads share
+// nothing.
+#include <atomic>
 #include <cmath>
 #include <limits>
 
 #include "hrv/hrv_internal.hpp"
 #include "keloecgsolver/hrv.h"
+#include "runtime/boundary.hpp"
 
 extern "C" {
 KELO_API float pwr = 0.0f;
@@ -28,28 +33,11 @@ constexpr float kHifac = 2.0f;  // grid up to twice the average Nyquist frequenc
 constexpr std::size_t kMinNmax = 512;
 constexpr std::size_t kWorkPerPoint = 64;
 
-LombScratch g_lomb_scratch{};
+// Square; exactly zero gives zero.
+double square(float a) { return a == 0.0f ? 0.0 : static_cast<double>(a * a); }
 
-// Square through the scratch value; exactly zero gives zero.
-double square(float a) {
-  LombScratch& s = lomb_scratch();
-  s.sqrarg = a;
-  return s.sqrarg == 0.0f ? 0.0 : static_cast<double>(s.sqrarg * s.sqrarg);
-}
-
-long lmax(long a, long b) {
-  LombScratch& s = lomb_scratch();
-  s.lmaxarg1 = a;
-  s.lmaxarg2 = b;
-  return s.lmaxarg1 > s.lmaxarg2 ? s.lmaxarg1 : s.lmaxarg2;
-}
-
-long lmin(long a, long b) {
-  LombScratch& s = lomb_scratch();
-  s.lminarg1 = a;
-  s.lminarg2 = b;
-  return s.lminarg1 < s.lminarg2 ? s.lminarg1 : s.lminarg2;
-}
+long lmax(long a, long b) { return a > b ? a : b; }
+long lmin(long a, long b) { return a < b ? a : b; }
 
 // a modulo m by repeated subtraction, as the grid positions are reduced.
 // A position that cannot be reduced (infinite, or so large that subtracting
@@ -81,8 +69,9 @@ float power_at(OneBased<float> wk1, OneBased<float> wk2, std::size_t k, std::siz
 
 }  // namespace
 
-LombScratch& lomb_scratch() { return g_lomb_scratch; }
-float& lomb_variance() { return pwr; }
+void publish_variance(float var) noexcept {
+  std::atomic_ref<float>(pwr).store(var, std::memory_order_relaxed);
+}
 
 void spread(float y, OneBased<float> yy, float x, int m) {
   if (m > 10) {
@@ -125,7 +114,7 @@ void avevar(OneBased<const float> data, float& ave, float& var) {
     var += s * s;
   }
   var = (var - ep * ep / static_cast<float>(n)) / static_cast<float>(n - 1);
-  lomb_variance() = var;
+  publish_variance(var);
 }
 
 void zeromean(std::span<float> y) {
@@ -163,6 +152,7 @@ bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float 
 
   float ave = 0.0f, var = 0.0f;
   avevar(y, ave, var);
+  result.variance = var;
   float xmin = x[1];
   float xmax = xmin;
   for (std::size_t j = 2; j <= n; ++j) {
@@ -222,10 +212,6 @@ bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std:
   const auto y = CArray<float>::zeroed(nmax + 1);
   const auto wk1 = CArray<float>::zeroed(nwk + 1);
   const auto wk2 = CArray<float>::zeroed(nwk + 1);
-  if (!x.ok() || !y.ok() || !wk1.ok() || !wk2.ok()) {
-    report("insufficient memory");
-    return false;
-  }
 
   // Interval 0 is never an NN interval: the analysed series is
   // rr[1..n-1] at t[1..n-1]. (The mean is left in: the periodogram removes
@@ -245,9 +231,10 @@ bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std:
   // The lower half of the grid, up to the average Nyquist frequency, as
   // amplitudes whose squares sum to power in s^2. The divisor uses the full
   // nout on purpose. (Amplitudes are the only output form: no power or
-  // smoothed output is offered.)
+  // smoothed output is offered.) The variance is this call's own, the value
+  // also published in pwr.
   const std::size_t count = result.nout / 2;
-  const double divisor = static_cast<double>(result.nout) / (2.0 * static_cast<double>(lomb_variance()));
+  const double divisor = static_cast<double>(result.nout) / (2.0 * static_cast<double>(result.variance));
   const OneBased<float> f = wk1.one_based();
   const OneBased<float> p = wk2.one_based();
   for (std::size_t i = 0; i < count; ++i) {
@@ -273,7 +260,8 @@ KELO_API void calcLomb(const double* t, const double* rr, int32_t n, double* fre
   const auto m = static_cast<std::size_t>(n);
   if (capacity < 0 || static_cast<std::size_t>(capacity) < 2 * (m - 1)) return;
   const auto cap = static_cast<std::size_t>(capacity);
-  kelo::hrv::lomb_amplitudes({t, m}, {rr, m}, {freq, cap}, {amp, cap});
+  kelo::guarded([&] { kelo::hrv::lomb_amplitudes({t, m}, {rr, m}, {freq, cap}, {amp, cap}); },
+                [] { kelo::hrv::report("insufficient memory"); });
 }
 
 KELO_API void fasper(float x[], float y[], unsigned long n, float ofac, float hifac, float wk1[],

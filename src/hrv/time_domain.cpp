@@ -1,9 +1,12 @@
 // HRV driver, RR interval series and time-domain statistics.
+#include <array>
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "hrv/hrv_internal.hpp"
 #include "keloecgsolver/hrv.h"
+#include "runtime/boundary.hpp"
 #include "runtime/numeric.hpp"
 
 namespace kelo::hrv {
@@ -18,7 +21,16 @@ constexpr char kUnknownBeat = 'X';
 constexpr char kNoAnnotation = '\0';  // "no beat before the first one": anything but 'N'
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-StatNNBuffers g_stat_nn_buffers{};  // zero at load; reset by every call
+// Work buffers of the statistics: per segment and per threshold. Each call
+// has its own (about 58 KB, on the heap: too much for the stack of every
+// thread a caller may use).
+struct StatNNBuffers {
+  std::array<double, kMaxSegments> ratbuf;  // NN / all intervals per closed segment, 0 = not closed
+  std::array<double, kMaxSegments> avbuf;   // sum of NN, then mean
+  std::array<double, kMaxSegments> sdbuf;   // sum of NN^2, then standard deviation
+  std::array<double, 10> nndif;             // successive-difference thresholds (s)
+  std::array<int32_t, 10> nnx;              // counts above each threshold
+};
 
 // Running state of one pass over the intervals.
 struct Pass {
@@ -127,8 +139,6 @@ void segment_statistics(const StatNNBuffers& b, int32_t last, double& sdann, dou
 
 }  // namespace
 
-StatNNBuffers& stat_nn_buffers() { return g_stat_nn_buffers; }
-
 void interval_series(std::span<const int32_t> rpeaks, int32_t fs, std::span<char> ann,
                      std::span<double> t, std::span<double> rr) {
   if (rpeaks.size() < 2) return;
@@ -146,7 +156,8 @@ void interval_series(std::span<const int32_t> rpeaks, int32_t fs, std::span<char
 
 bool stat_nn(std::span<const double> t, std::span<const double> rr, std::span<const char> ann,
              std::span<double, 7> results) {
-  StatNNBuffers& b = stat_nn_buffers();
+  const auto buffers = std::make_unique<StatNNBuffers>();
+  StatNNBuffers& b = *buffers;
   reset(b);
   // Segments shorter than a minute give no meaningful statistics; the fixed
   // length never is, and the guard returns without results rather than
@@ -178,12 +189,16 @@ namespace {
 
 std::size_t count_of(int32_t n) { return n > 0 ? static_cast<std::size_t>(n) : 0; }
 
+void fill_nan(std::span<double, 7> results) {
+  for (double& r : results) r = std::numeric_limits<double>::quiet_NaN();
+}
+
 // calcStatNN over caller arrays of m elements; missing input arrays give
 // NaN results.
 void stat_nn_checked(const double* t, const double* rr, const char* annotations, std::size_t m,
                      std::span<double, 7> results) {
   if (m > 0 && (t == nullptr || rr == nullptr || annotations == nullptr)) {
-    for (double& r : results) r = std::numeric_limits<double>::quiet_NaN();
+    fill_nan(results);
     return;
   }
   kelo::hrv::stat_nn({t, m}, {rr, m}, {annotations, m}, results);
@@ -214,35 +229,42 @@ KELO_API void calcRR(const int32_t* rpeaks, int32_t n, int32_t fs, char* annotat
 KELO_API void calcStatNN(const double* t, const double* rr, const char* annotations, int32_t n,
                          double* timeResults) {
   if (timeResults == nullptr) return;
-  stat_nn_checked(t, rr, annotations, count_of(n), std::span<double, 7>(timeResults, 7));
+  const std::span<double, 7> results(timeResults, 7);
+  kelo::guarded([&] { stat_nn_checked(t, rr, annotations, count_of(n), results); },
+                [&] { fill_nan(results); });
 }
 
 KELO_API void calcHrvTime(const double* t, const double* rr, const char* annotations, int32_t n,
                           double* timeResults, int32_t* status) {
   if (timeResults == nullptr) return;
-  hrv_time(t, rr, annotations, count_of(n), timeResults, status);
+  kelo::guarded([&] { hrv_time(t, rr, annotations, count_of(n), timeResults, status); },
+                [&] {
+                  fill_nan(std::span<double, 7>(timeResults, 7));
+                  if (status != nullptr) *status = KELO_HRV_STATUS_NO_MEMORY;
+                });
 }
 
 KELO_API void calcHrv(const int32_t* rpeaks, int32_t n, int32_t fs, double* timeResults,
                       double* freqResults, int32_t* status) {
   using kelo::hrv::CArray;
   if (rpeaks == nullptr || timeResults == nullptr || freqResults == nullptr || status == nullptr) return;
-  const std::size_t m = count_of(n);
-  // The three work arrays are checked: a failed allocation gives status 4
-  // and leaves both result arrays as they were.
-  const auto ann = CArray<char>::zeroed(m);
-  const auto t = CArray<double>::zeroed(m);
-  const auto rr = CArray<double>::zeroed(m);
-  if (!ann.ok() || !t.ok() || !rr.ok()) {
-    *status = KELO_HRV_STATUS_NO_SPECTRUM;
-    return;
-  }
-  const auto ts = t.span();
-  const auto rrs = rr.span();
-  if (m > 0) kelo::hrv::interval_series({rpeaks, m + 1}, fs, ann.span(), ts, rrs);
-  hrv_time(ts.data(), rrs.data(), ann.span().data(), m, timeResults, status);
-  if (!kelo::hrv::hrv_freq(ts, rrs, std::span<double, 6>(freqResults, 6)))
-    *status = KELO_HRV_STATUS_NO_SPECTRUM;
+  // Each step writes its results only once it has all its memory: when memory
+  // runs out the status is 8, the frequency-domain results are left as they
+  // were and the time-domain ones are either complete or left as they were.
+  kelo::guarded(
+      [&] {
+        const std::size_t m = count_of(n);
+        const auto ann = CArray<char>::zeroed(m);
+        const auto t = CArray<double>::zeroed(m);
+        const auto rr = CArray<double>::zeroed(m);
+        const auto ts = t.span();
+        const auto rrs = rr.span();
+        if (m > 0) kelo::hrv::interval_series({rpeaks, m + 1}, fs, ann.span(), ts, rrs);
+        hrv_time(ts.data(), rrs.data(), ann.span().data(), m, timeResults, status);
+        if (!kelo::hrv::hrv_freq(ts, rrs, std::span<double, 6>(freqResults, 6)))
+          *status = KELO_HRV_STATUS_NO_SPECTRUM;
+      },
+      [&] { *status = KELO_HRV_STATUS_NO_MEMORY; });
 }
 
 }  // extern "C"

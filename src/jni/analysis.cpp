@@ -102,7 +102,7 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
     out.status = kBadLengthOrRate;
   }
   if (out.status != kOk || samples.data() == nullptr) {
-    if (out.status == kOk) out.status = kBadLengthOrRate;  // the JVM could not give the samples
+    if (out.status == kOk) out.status = kOutOfMemory;  // the JVM could not give the samples
     fill_failed(out, limits, args.fs, windowCount);
     return out;
   }
@@ -145,6 +145,13 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
   out.qualities.assign(static_cast<std::size_t>(windowCount), -1);
   const int32_t graded = std::min(windowCount, d.windows->size[0]);
   for (int32_t k = 0; k < graded; ++k) out.qualities[k] = d.windows->data[k];
+  return out;
+}
+
+RunOutcome out_of_memory(const RunArguments& args, const RunLimits& limits) {
+  RunOutcome out;
+  out.status = kOutOfMemory;
+  fill_failed(out, limits, args.fs, 1);
   return out;
 }
 

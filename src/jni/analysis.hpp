@@ -22,6 +22,7 @@ enum Status : jint {
   kClipped = 5,
   kIrregular = 6,
   kBadStartOrScale = 7,
+  kOutOfMemory = 8,  // the analysis ran out of memory (native, or Java for the samples)
 };
 
 // The Java samples, pinned or copied by the JVM, released (without copying
@@ -79,5 +80,9 @@ struct RunArguments {
 
 RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& args,
                    const RunLimits& limits);
+
+// The outcome of a run that ran out of memory: status 8 and the all -1
+// arrays of a failed run.
+RunOutcome out_of_memory(const RunArguments& args, const RunLimits& limits);
 
 }  // namespace kelo::jni

@@ -5,12 +5,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "jni/analysis.hpp"
 #include "jni/sealing_frame.hpp"
 #include "keloecgsolver/beats.h"
 #include "keloecgsolver/emx_array.h"
+#include "runtime/boundary.hpp"
 
 namespace kelo::jni {
 namespace {
@@ -38,19 +40,16 @@ struct BeatsOutcome {
   std::vector<jint> labels;
 };
 
-// Owns the three records of one kelo_detectBeats call.
+// Owns the three records of one kelo_detectBeats call. Inside the bridge
+// the creators throw when memory runs out (see runtime/boundary.hpp), so
+// each record is owned the moment it exists.
 struct BeatRecords {
-  emxArray_real_T* ecg;
-  emxArray_int32_T* positions = emxCreate_int32_T(0, 1);
-  emxArray_int32_T* labels = emxCreate_int32_T(0, 1);
-  BeatRecords(double* samples, int32_t n) : ecg(emxCreateWrapper_real_T(samples, n, 1)) {}
-  ~BeatRecords() {
-    emxDestroyArray_int32_T(labels);
-    emxDestroyArray_int32_T(positions);
-    emxDestroyArray_real_T(ecg);
-  }
-  BeatRecords(const BeatRecords&) = delete;
-  BeatRecords& operator=(const BeatRecords&) = delete;
+  using Real = std::unique_ptr<emxArray_real_T, void (*)(emxArray_real_T*)>;
+  using Int32 = std::unique_ptr<emxArray_int32_T, void (*)(emxArray_int32_T*)>;
+  Real ecg;
+  Int32 positions{emxCreate_int32_T(0, 1), emxDestroyArray_int32_T};
+  Int32 labels{emxCreate_int32_T(0, 1), emxDestroyArray_int32_T};
+  BeatRecords(double* samples, int32_t n) : ecg(emxCreateWrapper_real_T(samples, n, 1), emxDestroyArray_real_T) {}
 };
 
 BeatsOutcome detect_beats(JNIEnv* env, jdoubleArray ecg, jint fs, jint startSecond) {
@@ -72,8 +71,9 @@ BeatsOutcome detect_beats(JNIEnv* env, jdoubleArray ecg, jint fs, jint startSeco
   const int64_t start = static_cast<int64_t>(startSecond) * kRate;
   std::vector<double> excerpt(samples.data() + start, samples.data() + total);
   BeatRecords r(excerpt.data(), static_cast<int32_t>(excerpt.size()));
-  if (kelo_detectBeats(r.ecg, kRate, r.positions, r.labels) != KELO_BEATS_OK) {
-    out.status = kBadLengthOrRate;  // out of memory
+  if (r.ecg == nullptr || r.positions == nullptr || r.labels == nullptr ||
+      kelo_detectBeats(r.ecg.get(), kRate, r.positions.get(), r.labels.get()) != KELO_BEATS_OK) {
+    out.status = kOutOfMemory;
     return out;
   }
   const int32_t n = r.positions->size[0];
@@ -94,10 +94,23 @@ extern "C" JNIEXPORT jobject JNICALL Java_com_kelo_kelosolver_NativeKELOecgSolve
     JNIEnv* env, jobject /*self*/, jdoubleArray ecg, jint fs, jint startSecond) {
   const Progress progress;
   SealingFrame frame(env, progress);
-  if (!frame.open(kBeatsResult)) return nullptr;
-  const BeatsOutcome out = detect_beats(env, ecg, fs, startSecond);
-  frame.set_int(0, out.status);
-  frame.set_int_array(1, out.positions);
-  frame.set_int_array(2, out.labels);
-  return frame.seal();
+  // As the analysis runs (bridge.cpp): no C++ exception reaches the JVM.
+  return kelo::guarded(
+      [&]() -> jobject {
+        if (!frame.open(kBeatsResult)) return nullptr;
+        BeatsOutcome out;
+        try {
+          out = detect_beats(env, ecg, fs, startSecond);
+        } catch (...) {  // out of memory
+          out = BeatsOutcome{kOutOfMemory, {}, {}};
+        }
+        frame.set_int(0, out.status);
+        frame.set_int_array(1, out.positions);
+        frame.set_int_array(2, out.labels);
+        return frame.seal();
+      },
+      []() -> jobject {
+        error_line("*** ERROR: out of memory");
+        return nullptr;
+      });
 }

@@ -4,7 +4,13 @@
 // first (so that a Java set-up failure returns null before any native
 // memory is taken), runs the analysis, fills the result and returns it
 // sealed in a javax.crypto.SealedObject. Everything native is released
-// before returning; nothing is kept between calls.
+// before returning; nothing is kept between calls, so calls on several
+// threads are independent.
+//
+// No C++ exception reaches the Java virtual machine (it would end it).
+// When the analysis runs out of memory the result carries status 8; when
+// even that result cannot be built, or the set-up itself runs out, one line
+// is printed and the method returns null, as for other set-up failures.
 #include <jni.h>
 
 #include <array>
@@ -12,6 +18,7 @@
 
 #include "jni/analysis.hpp"
 #include "jni/sealing_frame.hpp"
+#include "runtime/boundary.hpp"
 
 namespace kelo::jni {
 namespace {
@@ -80,10 +87,22 @@ jobject run(JNIEnv* env, const ResultClass& resultClass, const RunLimits& limits
             const RunArguments& args) {
   const Progress progress;
   SealingFrame frame(env, progress);
-  if (!frame.open(resultClass)) return nullptr;
-  const RunOutcome out = analyse(env, progress, args, limits);
-  fill_result(frame, progress, out, limits.hrv);
-  return frame.seal();
+  return kelo::guarded(
+      [&]() -> jobject {
+        if (!frame.open(resultClass)) return nullptr;
+        RunOutcome out;
+        try {
+          out = analyse(env, progress, args, limits);
+        } catch (...) {  // out of memory, whichever routine of the run it hit
+          out = out_of_memory(args, limits);
+        }
+        fill_result(frame, progress, out, limits.hrv);
+        return frame.seal();
+      },
+      []() -> jobject {
+        error_line("*** ERROR: out of memory");
+        return nullptr;
+      });
 }
 
 }  // namespace

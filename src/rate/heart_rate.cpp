@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/numeric.hpp"
 
@@ -54,8 +55,12 @@ KELO_API double calcHRvar(const emxArray_int32_T* beats, int32_t n, int32_t fs) 
   auto all = kelo::elements(beats);
   const auto available = std::min<std::size_t>(all.size(), beats->size[0] < 0 ? 0 : beats->size[0]);
   if (static_cast<std::size_t>(n) > available) return rtNaN;
-  std::vector<int32_t> work(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(available));
-  return rate_from_beats(work, n, fs);
+  return kelo::guarded(
+      [&] {
+        std::vector<int32_t> work(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(available));
+        return rate_from_beats(work, n, fs);
+      },
+      [] { return rtNaN; });
 }
 
 KELO_API double calcHR(const int32_t beats[KELO_CALCHR_LENGTH], int32_t n, int32_t fs) {

@@ -20,7 +20,9 @@ concept EmxRecord = std::is_same_v<Rec, emxArray_real_T> ||
                     std::is_same_v<Rec, emxArray_boolean_T>;
 
 // New empty record of numDimensions extents, all 0, with no buffer; stored
-// through *out.
+// through *out. Throws std::bad_alloc (leaving *out alone) when memory runs
+// out, as does every allocating helper here: the exported function that was
+// called turns it into its failure result (runtime/boundary.hpp).
 void m_emxInit_real_T(emxArray_real_T** out, int32_t numDimensions);
 void m_emxInit_int32_T(emxArray_int32_T** out, int32_t numDimensions);
 void m_emxInit_boolean_T(emxArray_boolean_T** out, int32_t numDimensions);
@@ -33,7 +35,8 @@ void m_emxFree_boolean_T(emxArray_boolean_T** p);
 
 // Makes allocatedSize at least the product of the current extents, keeping
 // the first oldNumel elements. Capacity starts at 16 and doubles; the new
-// buffer is zero-filled and always owned.
+// buffer is zero-filled and always owned. On failure the record keeps its
+// old buffer and capacity.
 void m_emxEnsureCapacity(void* record, int32_t oldNumel, int32_t elementSize);
 
 template <EmxRecord Rec>
@@ -106,6 +109,14 @@ bool resize(Rec* r, std::initializer_list<int32_t> extents) {
   return true;
 }
 
+// Every extent 0: the failure result of a routine that could not fill the
+// record. Never allocates.
+template <EmxRecord Rec>
+void empty(Rec* r) noexcept {
+  if (r == nullptr || r->size == nullptr) return;
+  for (int32_t d = 0; d < r->numDimensions; ++d) r->size[d] = 0;
+}
+
 // n elements laid out as a column ([n] or [n, 1, ...]).
 template <EmxRecord Rec>
 bool resize_column(Rec* r, int32_t n) { return resize(r, {n}); }
@@ -129,6 +140,12 @@ class Emx {
   Emx& operator=(Emx&&) = delete;
 
   Rec* get() const { return rec_; }
+  // Hands the record over to the caller, who frees it.
+  Rec* release() {
+    Rec* r = rec_;
+    rec_ = nullptr;
+    return r;
+  }
   Rec* operator->() const { return rec_; }
   operator Rec*() const { return rec_; }
   auto span() const { return elements(rec_); }

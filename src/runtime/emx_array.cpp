@@ -1,11 +1,17 @@
 // Dynamic array records: creation, growth and release.
 //
 // Buffers are obtained with calloc and released with free because callers
-// of the C ABI free what the library hands them (and vice versa).
+// of the C ABI free what the library hands them (and vice versa). Inside the
+// library a failed allocation throws std::bad_alloc, which the exported
+// function that was called turns into its failure result; the exported
+// creators return NULL.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 
 namespace kelo {
@@ -22,19 +28,25 @@ struct EmxCommon {
 static_assert(sizeof(EmxCommon) == sizeof(emxArray_real_T));
 static_assert(offsetof(EmxCommon, canFreeData) == offsetof(emxArray_boolean_T, canFreeData));
 
+struct FreeDeleter {
+  void operator()(void* p) const noexcept { std::free(p); }
+};
+
 template <EmxRecord Rec>
 void init_record(Rec** out, int32_t numDimensions) {
   const int32_t dims = numDimensions < 0 ? 0 : numDimensions;
-  Rec* r = static_cast<Rec*>(std::malloc(sizeof(Rec)));
+  std::unique_ptr<Rec, FreeDeleter> r(static_cast<Rec*>(std::malloc(sizeof(Rec))));
+  if (r == nullptr) throw std::bad_alloc();
   r->data = nullptr;
   r->numDimensions = dims;
   // At least one slot so that a zero-dimensional record still has a valid
   // (if unused) size pointer.
   r->size = static_cast<int32_t*>(std::calloc(static_cast<std::size_t>(dims > 0 ? dims : 1),
                                               sizeof(int32_t)));
+  if (r->size == nullptr) throw std::bad_alloc();
   r->allocatedSize = 0;
   r->canFreeData = true;
-  *out = r;
+  *out = r.release();
 }
 
 template <EmxRecord Rec>
@@ -57,27 +69,37 @@ int32_t extent_product(int32_t numDimensions, const int32_t* extents) {
   return static_cast<int32_t>(n);
 }
 
+// The exported creators: NULL, with nothing left allocated, when memory
+// runs out.
 template <EmxRecord Rec>
 Rec* create(int32_t numDimensions, const int32_t* extents) {
-  Rec* r = nullptr;
-  init_record(&r, numDimensions);
-  for (int32_t d = 0; d < r->numDimensions; ++d) r->size[d] = extents[d];
-  const int32_t n = extent_product(r->numDimensions, r->size);
-  r->data = static_cast<emx_element_t<Rec>*>(
-      std::calloc(static_cast<std::size_t>(n), sizeof(emx_element_t<Rec>)));
-  r->allocatedSize = n;
-  return r;
+  return guarded(
+      [&] {
+        Emx<Rec> r(numDimensions);
+        for (int32_t d = 0; d < r->numDimensions; ++d) r->size[d] = extents[d];
+        const int32_t n = extent_product(r->numDimensions, r->size);
+        r->data = static_cast<emx_element_t<Rec>*>(
+            std::calloc(static_cast<std::size_t>(n), sizeof(emx_element_t<Rec>)));
+        if (r->data == nullptr && n > 0) throw std::bad_alloc();
+        r->allocatedSize = n;
+        return r.release();
+      },
+      [] { return static_cast<Rec*>(nullptr); });
 }
 
 template <EmxRecord Rec>
 Rec* create_wrapper(emx_element_t<Rec>* data, int32_t numDimensions, const int32_t* extents) {
-  Rec* r = nullptr;
-  init_record(&r, numDimensions);
-  for (int32_t d = 0; d < r->numDimensions; ++d) r->size[d] = extents[d];
-  r->data = data;
-  r->allocatedSize = extent_product(r->numDimensions, r->size);
-  r->canFreeData = false;
-  return r;
+  return guarded(
+      [&] {
+        Rec* r = nullptr;
+        init_record(&r, numDimensions);
+        for (int32_t d = 0; d < r->numDimensions; ++d) r->size[d] = extents[d];
+        r->data = data;
+        r->allocatedSize = extent_product(r->numDimensions, r->size);
+        r->canFreeData = false;
+        return r;
+      },
+      [] { return static_cast<Rec*>(nullptr); });
 }
 
 }  // namespace
@@ -101,7 +123,9 @@ void m_emxEnsureCapacity(void* record, int32_t oldNumel, int32_t elementSize) {
   while (capacity < newNumel) capacity = std::min<int64_t>(capacity * 2, INT32_MAX);
 
   void* fresh = std::calloc(static_cast<std::size_t>(capacity), static_cast<std::size_t>(elementSize));
-  if (fresh == nullptr) return;  // Out of memory: keep the old buffer; views stay bounded by it.
+  // The record keeps its old buffer, so views of it stay bounded by what
+  // exists; the call that wanted the room fails as a whole.
+  if (fresh == nullptr) throw std::bad_alloc();
   if (r->data != nullptr) {
     // Never copy more than the old buffer holds, whatever the caller claims.
     const int32_t keep = std::clamp(oldNumel, 0, std::max(r->allocatedSize, 0));

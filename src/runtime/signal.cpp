@@ -7,6 +7,7 @@
 
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
@@ -107,7 +108,7 @@ constexpr Biquad kHighPass = {{0.9780304792065597, -1.9560609584131194, 0.978030
 // Transposed direct form II with zero initial state: per sample, shift the
 // state, add b(i) * x to z(i), output z1, subtract a(i) * y from z(2), z(3).
 void run_filter(const Biquad& f, const emxArray_real_T* x, emxArray_real_T* y) {
-  if (x == nullptr || !resize_column(y, numel(x))) return;
+  if (x == nullptr || !resize_column(y, numel(x))) return;  // may throw: see the callers
   auto in = elements(x);
   auto out = elements(y);
   double z[3] = {0.0, 0.0, 0.0};
@@ -139,8 +140,12 @@ void find_true(const emxArray_boolean_T* mask, Rec* idx) {
 extern "C" {
 
 KELO_API void m_smooth_emlc(const emxArray_real_T* x, double span, emxArray_real_T* y) {
-  if (x == nullptr || !resize_column(y, numel(x))) return;
-  kern::smooth(elements(x), span, elements(y));
+  guarded(
+      [&] {
+        if (x == nullptr || !resize_column(y, numel(x))) return;
+        kern::smooth(elements(x), span, elements(y));
+      },
+      [&] { empty(y); });
 }
 
 KELO_API double m_corr_emlc(const emxArray_real_T* x, const emxArray_real_T* y) {
@@ -148,32 +153,46 @@ KELO_API double m_corr_emlc(const emxArray_real_T* x, const emxArray_real_T* y) 
 }
 
 KELO_API void m_find(const emxArray_boolean_T* mask, emxArray_real_T* idx) {
-  find_true(mask, idx);
+  guarded([&] { find_true(mask, idx); }, [&] { empty(idx); });
 }
 
 KELO_API void m_b_eml_li_find(const emxArray_boolean_T* mask, emxArray_int32_T* idx) {
-  find_true(mask, idx);
+  guarded([&] { find_true(mask, idx); }, [&] { empty(idx); });
 }
 
 KELO_API void m_diff(const emxArray_real_T* x, emxArray_real_T* y) {
   const int32_t n = numel(x);
-  if (n <= 1) {
+  if (n <= 1) {  // no element: never allocates
     if (y != nullptr && y->numDimensions >= 2) resize(y, {0, 0});
     else resize_column(y, 0);
     return;
   }
-  if (!resize_column(y, n - 1)) return;
-  auto in = elements(x);
-  auto out = elements(y);
-  for (std::size_t k = 0; k + 1 < in.size() && k < out.size(); ++k) out[k] = in[k + 1] - in[k];
+  guarded(
+      [&] {
+        if (!resize_column(y, n - 1)) return;
+        auto in = elements(x);
+        auto out = elements(y);
+        for (std::size_t k = 0; k + 1 < in.size() && k < out.size(); ++k) out[k] = in[k + 1] - in[k];
+      },
+      [&] { empty(y); });
 }
 
-KELO_API void m_b_filter(const emxArray_real_T* x, emxArray_real_T* y) { run_filter(kLowPass, x, y); }
-KELO_API void m_filter(const emxArray_real_T* x, emxArray_real_T* y) { run_filter(kHighPass, x, y); }
+KELO_API void m_b_filter(const emxArray_real_T* x, emxArray_real_T* y) {
+  guarded([&] { run_filter(kLowPass, x, y); }, [&] { empty(y); });
+}
+KELO_API void m_filter(const emxArray_real_T* x, emxArray_real_T* y) {
+  guarded([&] { run_filter(kHighPass, x, y); }, [&] { empty(y); });
+}
 
 KELO_API void m_gradientIEM(const emxArray_real_T* x, emxArray_real_T* g, emxArray_real_T* gs) {
   const int32_t n = numel(x);
-  if (!resize_column(g, n) || !resize_column(gs, n)) return;
+  const bool sized = guarded([&] { return resize_column(g, n) && resize_column(gs, n); },
+                             [&] {
+                               empty(g);
+                               empty(gs);
+                               return false;
+                             });
+  if (!sized) return;
   auto in = elements(x);
   auto range = elements(g);
   auto mean = elements(gs);

@@ -5,6 +5,7 @@
 
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 
@@ -104,15 +105,20 @@ extern "C" {
 KELO_API void m_refp1_sort(emxArray_int32_T* x) {
   // Sorting integers stably or not gives the same values; std::stable_sort
   // is the same ascending order as the bottom-up merge of the index sort.
+  // It never throws: without memory for its buffer it sorts in place.
   auto v = elements(x);
   std::stable_sort(v.begin(), v.end());
 }
 
 KELO_API void m_unique(const emxArray_real_T* x, emxArray_real_T* b) {
-  const std::vector<double> values = kern::unique(elements(x));
-  if (!resize_row(b, static_cast<int32_t>(values.size()))) return;
-  auto out = elements(b);
-  std::copy_n(values.begin(), std::min(values.size(), out.size()), out.begin());
+  guarded(
+      [&] {
+        const std::vector<double> values = kern::unique(elements(x));
+        if (!resize_row(b, static_cast<int32_t>(values.size()))) return;
+        auto out = elements(b);
+        std::copy_n(values.begin(), std::min(values.size(), out.size()), out.begin());
+      },
+      [&] { empty(b); });
 }
 
 }  // extern "C"

@@ -10,6 +10,7 @@
 
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
@@ -246,8 +247,12 @@ extern "C" {
 
 KELO_API double m_mean(const emxArray_real_T* x) { return kern::mean(elements(x)); }
 KELO_API double m_std(const emxArray_real_T* x) { return kern::std_dev(elements(x)); }
-KELO_API double m_median(const emxArray_real_T* x) { return kern::median(elements(x)); }
-KELO_API double m_vectormedian(const emxArray_real_T* x) { return kern::vector_median(elements(x)); }
+KELO_API double m_median(const emxArray_real_T* x) {
+  return guarded([&] { return kern::median(elements(x)); }, [] { return rtNaN; });
+}
+KELO_API double m_vectormedian(const emxArray_real_T* x) {
+  return guarded([&] { return kern::vector_median(elements(x)); }, [] { return rtNaN; });
+}
 KELO_API double m_max(const emxArray_real_T* x) { return kern::max_value(elements(x)); }
 KELO_API double m_b_max(const emxArray_real_T* x) { return kern::max_value(elements(x)); }
 KELO_API double m_min(const emxArray_real_T* x) { return kern::min_value(elements(x)); }
@@ -263,32 +268,40 @@ KELO_API void m_b_median(const emxArray_real_T* x, emxArray_real_T* y) {
     rows = x->size[0];
     cols = 1;
   }
-  if (!resize_row(y, cols < 0 ? 0 : cols)) return;
-  auto out = elements(y);
-  auto in = elements(x);
-  std::vector<double> column;
-  for (std::size_t j = 0; j < out.size(); ++j) {
-    if (rows <= 0 || in.size() < (j + 1) * static_cast<std::size_t>(rows)) {
-      out[j] = rtNaN;
-      continue;
-    }
-    column.assign(in.begin() + static_cast<std::ptrdiff_t>(j * rows),
-                  in.begin() + static_cast<std::ptrdiff_t>((j + 1) * rows));
-    out[j] = kern::vector_median(column);
-  }
+  guarded(
+      [&] {
+        if (!resize_row(y, cols < 0 ? 0 : cols)) return;
+        auto out = elements(y);
+        auto in = elements(x);
+        std::vector<double> column;
+        for (std::size_t j = 0; j < out.size(); ++j) {
+          if (rows <= 0 || in.size() < (j + 1) * static_cast<std::size_t>(rows)) {
+            out[j] = rtNaN;
+            continue;
+          }
+          column.assign(in.begin() + static_cast<std::ptrdiff_t>(j * rows),
+                        in.begin() + static_cast<std::ptrdiff_t>((j + 1) * rows));
+          out[j] = kern::vector_median(column);
+        }
+      },
+      [&] { empty(y); });
 }
 
 KELO_API void m_power(const emxArray_real_T* x, emxArray_real_T* y) {
   if (x == nullptr || y == nullptr) return;
-  const int32_t n = numel(x);
-  if (y->numDimensions == x->numDimensions && x->numDimensions == 2) {
-    if (!resize(y, {x->size[0], x->size[1]})) return;
-  } else if (!resize_column(y, n)) {
-    return;
-  }
-  auto in = elements(x);
-  auto out = elements(y);
-  for (std::size_t k = 0; k < in.size() && k < out.size(); ++k) out[k] = rt_pow_snf(in[k], 3.0);
+  guarded(
+      [&] {
+        const int32_t n = numel(x);
+        if (y->numDimensions == x->numDimensions && x->numDimensions == 2) {
+          if (!resize(y, {x->size[0], x->size[1]})) return;
+        } else if (!resize_column(y, n)) {
+          return;
+        }
+        auto in = elements(x);
+        auto out = elements(y);
+        for (std::size_t k = 0; k < in.size() && k < out.size(); ++k) out[k] = rt_pow_snf(in[k], 3.0);
+      },
+      [&] { empty(y); });
 }
 
 KELO_API int32_t m_mrdivide(int32_t a, double b) {
@@ -299,8 +312,12 @@ KELO_API void m_repmat(double v, double count, emxArray_real_T* y) {
   // A negative or NaN count gives an empty row (to_int32_sat maps NaN to 0).
   int32_t n = to_int32_sat(count);
   if (n < 0) n = 0;
-  if (!resize_row(y, n)) return;
-  for (double& e : elements(y)) e = v;
+  guarded(
+      [&] {
+        if (!resize_row(y, n)) return;
+        for (double& e : elements(y)) e = v;
+      },
+      [&] { empty(y); });
 }
 
 KELO_API void m_refp1_sign(emxArray_real_T* x) {

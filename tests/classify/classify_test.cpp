@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iterator>
 #include <limits>
+#include <random>
 #include <set>
 #include <tuple>
 #include <vector>
@@ -134,6 +136,31 @@ TEST(Classify, ShiftSearchBoundsAndWindowOfTheRecordVariant) {
                    classes);
     EXPECT_EQ(kelo::test::values(classes)[0], 1) << fs;
     EXPECT_EQ(kelo::test::values(classes)[1], 0) << fs;
+  }
+}
+
+// The prepared template correlates every window, fitting or not, with the
+// bits of the straightforward m_calcCorr.
+TEST(Classify, PreparedTemplateGivesTheCorrelationsBitForBit) {
+  std::mt19937 rng(5);
+  std::normal_distribution<double> value(0.0, 1.0);
+  std::vector<double> signal(400);
+  for (double& v : signal) v = value(rng);
+  signal[390] = std::numeric_limits<double>::quiet_NaN();
+  for (const std::size_t length : {1u, 2u, 25u, 241u}) {
+    std::vector<double> tmpl(length), centred(length);
+    for (double& v : tmpl) v = value(rng);
+    const kelo::classify::PreparedTemplate prepared(tmpl, centred);
+    const auto half = static_cast<int32_t>(length);
+    for (int32_t a = -3; a <= 410; a += 7) {
+      for (const int32_t b : {a + half - 1, a + half, a + half - 2}) {
+        const double want = kelo::classify::m_calcCorr(tmpl, signal, a, b);
+        const double got = prepared.correlate(signal, a, b);
+        EXPECT_TRUE(std::memcmp(&want, &got, sizeof want) == 0) << length << ": " << a << ".." << b;
+      }
+    }
+    std::fill(tmpl.begin(), tmpl.end(), 0.5);  // flat: correlation 0
+    EXPECT_EQ(kelo::classify::PreparedTemplate(tmpl, centred).correlate(signal, 1, half), 0.0);
   }
 }
 
@@ -310,14 +337,17 @@ TEST(ClassifyAndRefine, BadInputStaysInsideTheArrays) {
   classifyQRS(x.data(), nullptr, 3, nullptr);
   // The record variant: nbeats lowered to the positions held; sampling
   // rates whose windows are empty or negative (every beat in reach fails),
-  // or longer than the signal (nothing tested).
+  // or longer than the signal (nothing tested); rates above 2000 Hz refused
+  // (the record left empty).
   auto signal = kelo::test::column(x);
   auto peaks = kelo::test::int_column(positions(beats));
   kelo::EmxInt32 record(1);
-  for (const auto& [fs, first] : {std::pair{0, 0}, {100000, 1}, {INT32_MAX, 1}, {INT32_MIN, 0}, {-200, 0}}) {
+  for (const auto& [fs, first] : {std::pair{0, 0}, {2000, 1}, {INT32_MIN, 0}, {-200, 0}, {2001, -1}, {INT32_MAX, -1}}) {
     classifyQRSvar(signal, peaks, 1000, fs, record);
-    EXPECT_EQ(record->size[0], kShort);
-    EXPECT_EQ(kelo::test::values(record)[0], first) << "fs " << fs;
+    EXPECT_EQ(record->size[0], first < 0 ? 0 : kShort) << "fs " << fs;
+    if (first >= 0) {
+      EXPECT_EQ(kelo::test::values(record)[0], first) << "fs " << fs;
+    }
   }
   classifyQRSvar(kelo::EmxReal(2), peaks, 18, 200, record);
   EXPECT_EQ(record->size[0], 0);

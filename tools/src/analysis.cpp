@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 
 #include "keloecgsolver/keloecgsolver.h"
@@ -26,6 +27,19 @@ struct IntDeleter {
 using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
 using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
 
+// The library reports running out of memory through its failure results
+// (a NULL record, a grade or count the routine never gives otherwise); the
+// program turns them back into std::bad_alloc, which main() reports.
+template <class T>
+T* must(T* p) {
+  if (p == nullptr) throw std::bad_alloc();
+  return p;
+}
+
+void must(bool ok) {
+  if (!ok) throw std::bad_alloc();
+}
+
 std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
   std::size_t n = a.numDimensions > 0 ? 1 : 0;
   for (int d = 0; d < a.numDimensions; ++d) n *= static_cast<std::size_t>(std::max(a.size[d], 0));
@@ -36,7 +50,7 @@ std::span<const std::int32_t> elements(const emxArray_int32_T& a) {
 // classifyQRSvar take their signal read-only), so that a long excerpt is
 // not copied.
 RealArray wrap(std::span<const double> x) {
-  return RealArray(emxCreateWrapper_real_T(const_cast<double*>(x.data()), static_cast<std::int32_t>(x.size()), 1));
+  return RealArray(must(emxCreateWrapper_real_T(const_cast<double*>(x.data()), static_cast<std::int32_t>(x.size()), 1)));
 }
 
 constexpr double kLowestRate = 30.0;
@@ -74,10 +88,11 @@ struct Detected {
 
 Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int window_s) {
   RealArray ecg(wrap(p.excerpt(e)));
-  IntArray peaks(emxCreate_int32_T(0, 1));
-  IntArray windows(emxCreate_int32_T(1, 1));
+  IntArray peaks(must(emxCreate_int32_T(0, 1)));
+  IntArray windows(must(emxCreate_int32_T(1, 1)));
   std::int32_t grade = 1;
   detectWaves(ecg.get(), full_scale, kFs, window_s, peaks.get(), &grade, windows.get());
+  must(grade != 0);
   Detected d;
   d.grade = grade;
   const auto found = elements(*peaks);
@@ -170,8 +185,9 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
     std::vector<std::int32_t> positions;  // 1-based within the excerpt
     positions.reserve(r.r_peaks.size());
     for (auto s : r.r_peaks) positions.push_back(static_cast<std::int32_t>(s - excerpt.start + 1));
-    IntArray peaks(emxCreateWrapper_int32_T(positions.data(), static_cast<std::int32_t>(positions.size()), 1));
+    IntArray peaks(must(emxCreateWrapper_int32_T(positions.data(), static_cast<std::int32_t>(positions.size()), 1)));
     const double rate = calcHRvar(peaks.get(), static_cast<std::int32_t>(positions.size()), kFs);
+    must(!std::isnan(rate));  // two or more beats give a number or infinity
     if (rate >= kLowestRate && rate <= kHighestRate) {
       r.heart_rate = rate;
       r.status = kSuccess;
@@ -197,8 +213,9 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
-  Periodogram out;
   const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  must(freq[0] != 0.0);  // the first line lies above 0 Hz: nothing was written
+  Periodogram out;
   for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
     out.frequency_hz.push_back(freq[i]);
     out.amplitude.push_back(amp[i]);
@@ -248,8 +265,9 @@ HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, 
     f.not_computed = "fewer than two R peaks";
     return f;
   }
-  IntArray wrapped(emxCreateWrapper_int32_T(pos.data(), n + 1, 1));
+  IntArray wrapped(must(emxCreateWrapper_int32_T(pos.data(), n + 1, 1)));
   const double rate = calcHRvar(wrapped.get(), n + 1, kFs);
+  must(!std::isnan(rate));  // two or more beats give a number or infinity
   if (!(rate >= kLowestRate && rate <= kHighestRate)) {
     f.not_computed = "heart rate " + std::to_string(static_cast<long long>(std::llround(rate))) + " bpm, outside 30-220 bpm";
     return f;
@@ -261,6 +279,7 @@ HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, 
   }
   std::int32_t status = 0;
   calcHrv(pos.data(), n, kFs, f.time.data(), f.freq.data(), &status);
+  must(status != KELO_HRV_STATUS_NO_MEMORY);
   f.computed = true;
   f.spectrum = status == kSuccess;
   f.status = status;
@@ -271,6 +290,7 @@ HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, 
   std::array<double, 7> raw{};
   calcRR(pos.data(), n, kFs, annotations.data(), t.data(), rr.data());
   calcStatNN(t.data(), rr.data(), annotations.data(), n, raw.data());
+  must(!std::isnan(raw[0]));  // the NN/RR ratio of one interval or more is a number
   f.sdann_formed = raw[3] != -1.0;
   f.sdnn_index_formed = raw[4] != -1.0;
   if (spectrum != nullptr) *spectrum = periodogram(pos);
@@ -342,24 +362,27 @@ BeatReview review_beats(const Prepared& p, const QrsResult& q) {
   std::vector<std::int32_t> positions;  // 1-based within the excerpt
   for (auto s : q.r_peaks) positions.push_back(static_cast<std::int32_t>(s - q.excerpt.start + 1));
 
-  RealArray signal(wrap(p.excerpt(q.excerpt)));
-  IntArray peaks(emxCreateWrapper_int32_T(positions.data(), n, 1));
-  IntArray classes(emxCreate_int32_T(1, 1));
+  const auto excerpt = p.excerpt(q.excerpt);
+  RealArray signal(wrap(excerpt));
+  IntArray peaks(must(emxCreateWrapper_int32_T(positions.data(), n, 1)));
+  IntArray classes(must(emxCreate_int32_T(1, 1)));
   initialize_library();
   classifyQRSvar(signal.get(), peaks.get(), n, kFs, classes.get());
   const auto all = elements(*classes);  // one entry per sample; the first n belong to the beats
+  must(all.size() == excerpt.size());
   review.classes.assign(all.begin(), all.begin() + std::min<std::ptrdiff_t>(n, static_cast<std::ptrdiff_t>(all.size())));
 
   // The RR check edits its records in place: give it copies, and keep the
   // beats that classification found normal from being marked.
-  IntArray kept(emxCreate_int32_T(n, 1));
-  IntArray marks(emxCreate_int32_T(n, 1));
+  IntArray kept(must(emxCreate_int32_T(n, 1)));
+  IntArray marks(must(emxCreate_int32_T(n, 1)));
   for (std::int32_t k = 0; k < n; ++k) {
     kept->data[k] = positions[static_cast<std::size_t>(k)];
     marks->data[k] = k < static_cast<std::int32_t>(review.classes.size()) ? review.classes[static_cast<std::size_t>(k)] : 1;
   }
   std::int32_t count = n;
   checkRRvar(kept.get(), &count, marks.get());
+  must(count >= 0);
   std::size_t j = 0;
   for (std::size_t k = 0; k < positions.size(); ++k) {
     if (j < static_cast<std::size_t>(count) && kept->data[j] == positions[k]) {

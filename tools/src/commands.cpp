@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <optional>
 #include <set>
 
 #include "errors.hpp"
 #include "file_util.hpp"
+#include "memory_reserve.hpp"
 #include "output.hpp"
 #include "parallel.hpp"
 #include "report.hpp"
@@ -22,12 +24,20 @@ namespace fs = std::filesystem;
 namespace {
 
 void emit(const CommonOptions& o, const std::string& text) {
+  check_memory();
   if (!o.output.empty()) {
     write_file_atomically(o.output, text);
   } else {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
   }
+}
+
+// The one-line message of a recording that failed: input errors name their
+// file already.
+std::string failure_message(const std::exception& e, const std::string& file) {
+  if (dynamic_cast<const std::bad_alloc*>(&e) != nullptr) return file + ": out of memory";
+  return e.what();
 }
 
 void warn(const std::string& what) { std::fprintf(stderr, "keloecg: warning: %s\n", what.c_str()); }
@@ -59,6 +69,14 @@ void write_beat_annotations(const CommonOptions& o, const Prepared& p, const Qrs
     beats.push_back(a);
   }
   write_file_atomically(o.annotations_out, wfdb::encode_annotations(beats));
+}
+
+// A JSON document as text, built and destroyed in a ReserveScope (see
+// memory_reserve.hpp), before anything is written.
+template <class Build>
+std::string json_text(Build&& build) {
+  const ReserveScope scope;
+  return dump(build());
 }
 
 std::optional<fs::path> annotations_for(const Prepared& p, const std::string& given) {
@@ -130,7 +148,7 @@ int command_qrs(const CommonOptions& options, const std::string& file) {
   const QrsResult q = run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Qrs), o.analysis);
   write_beat_annotations(o, p, q);
   if (o.json) {
-    emit(o, dump(document(p, o.analysis, &q, nullptr, nullptr)));
+    emit(o, json_text([&] { return document(p, o.analysis, &q, nullptr, nullptr); }));
   } else if (o.csv) {
     emit(o, beats_csv(p, q));
   } else {
@@ -147,7 +165,7 @@ int command_hrv(const CommonOptions& options, const std::string& file) {
   const HrvResult h = run_hrv(run_qrs(p, e, o.analysis), lock, hrv_options(e, false));
   write_beat_annotations(o, p, h.qrs);
   if (o.json) {
-    emit(o, dump(document(p, o.analysis, &h.qrs, &h, nullptr)));
+    emit(o, json_text([&] { return document(p, o.analysis, &h.qrs, &h, nullptr); }));
   } else if (o.csv) {
     emit(o, hrv_csv(h));
   } else {
@@ -175,7 +193,12 @@ int command_report(const CommonOptions& options, const std::string& file, const 
   if (reference) v = validate(p, h.qrs, *reference);
   write_beat_annotations(o, p, h.qrs);
 
-  const std::string html = render_report(p, o.analysis, h, review_beats(p, h.qrs), v ? &*v : nullptr);
+  const BeatReview review = review_beats(p, h.qrs);
+  const std::string html = [&] {
+    const ReserveScope scope;  // the report's data is JSON
+    return render_report(p, o.analysis, h, review, v ? &*v : nullptr);
+  }();
+  check_memory();
   // Without -o the report is named after the record, in the current
   // folder, and the message says so.
   const fs::path out = o.output.empty() ? fs::path(p.recording.name + "-report.html") : fs::path(o.output);
@@ -203,7 +226,7 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
       const Prepared p = load(o, files[i]);
       results[i] = validation_run(p, o.analysis, annotations.empty() ? "" : annotations[i], true).validation;
     } catch (const std::exception& e) {
-      errors[i] = e.what();
+      errors[i] = failure_message(e, files[i]);
     }
     progress.done(fs::path(files[i]).filename().string(), errors[i].empty());
   });
@@ -215,19 +238,21 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
   const bool failed = std::any_of(errors.begin(), errors.end(), [](const auto& e) { return !e.empty(); });
   if (files.size() == 1 && failed) throw InputError("", errors.front());
   if (o.json) {
-    Json j;
-    j["program"] = "keloecg";
-    j["version"] = KELO_VERSION;
-    j["match_window_ms"] = kMatchWindowSeconds * 1e3;
-    j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
-    j["records"] = Json::array();
-    MatchCounts total;
-    for (const auto& v : rows) {
-      j["records"].push_back(validation_json(v));
-      total += v.match.counts;
-    }
-    j["total"] = counts_json(total);
-    emit(o, dump(j));
+    emit(o, json_text([&] {
+      Json j = Json::object();
+      j["program"] = "keloecg";
+      j["version"] = KELO_VERSION;
+      j["match_window_ms"] = kMatchWindowSeconds * 1e3;
+      j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
+      j["records"] = Json::array();
+      MatchCounts total;
+      for (const auto& v : rows) {
+        j["records"].push_back(validation_json(v));
+        total += v.match.counts;
+      }
+      j["total"] = counts_json(total);
+      return j;
+    }));
   } else if (o.csv) {
     emit(o, validation_csv(rows));
   } else {
@@ -295,6 +320,7 @@ struct BatchOutcome {
 BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::path& json_path, HrvLock& lock) {
   BatchOutcome out;
   const std::string shown = display(file);
+  keep_memory_reserve();
   try {
     const Prepared p = load(o, shown);
     auto run = validation_run(p, o.analysis, "", false);
@@ -308,11 +334,11 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
       hrv = hrv_not_computed(run.qrs, why);
     }
     const Validation* v = run.validation ? &*run.validation : nullptr;
-    write_file_atomically(json_path, dump(document(p, o.analysis, &run.qrs, &*hrv, v)));
+    write_file_atomically(json_path, json_text([&] { return document(p, o.analysis, &run.qrs, &*hrv, v); }));
     out.summary = summary_row(shown, &p, &run.qrs, &*hrv, v, "");
     out.validation = std::move(run.validation);
   } catch (const std::exception& e) {
-    out.error = e.what();
+    out.error = failure_message(e, shown);
     out.summary = summary_row(shown, nullptr, nullptr, nullptr, nullptr, out.error);
   }
   return out;

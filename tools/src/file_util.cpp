@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "errors.hpp"
+#include "memory_reserve.hpp"
 
 namespace keloecg {
 
@@ -58,6 +59,7 @@ struct FileCloser {
 }  // namespace
 
 void write_file_atomically(const fs::path& path, std::string_view content) {
+  check_memory();  // a result made while memory ran out is not written
   const fs::path dir = path.has_parent_path() ? path.parent_path() : fs::path(".");
   std::error_code ec;
   if (!fs::is_directory(dir, ec)) {

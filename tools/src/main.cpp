@@ -4,9 +4,11 @@
 #include <charconv>
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include "commands.hpp"
 #include "errors.hpp"
+#include "memory_reserve.hpp"
 #include "parallel.hpp"
 #include "text_util.hpp"
 
@@ -130,6 +132,7 @@ constexpr const char* kFooter =
 }  // namespace
 
 int main(int argc, char** argv) {
+  keloecg::keep_memory_reserve();
   CLI::App app{"keloecg: R peaks, heart rate and heart-rate variability of single-lead ECG recordings",
                "keloecg"};
   app.set_version_flag("--version", std::string("keloecg ") + KELO_VERSION);
@@ -233,6 +236,10 @@ int main(int argc, char** argv) {
     }
   } catch (const keloecg::InputError& e) {
     std::fprintf(stderr, "keloecg: error: %s\n", e.what());
+    return keloecg::kInputErrorExit;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "keloecg: error: %s%sout of memory (the recording needs more memory than is available)\n",
+                 file.c_str(), file.empty() ? "" : ": ");
     return keloecg::kInputErrorExit;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "keloecg: internal error: %s\n", e.what());

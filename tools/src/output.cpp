@@ -81,7 +81,7 @@ std::string time_column(std::size_t i) { return std::string(kTimeFields.at(i)) +
 std::string freq_column(std::size_t i) { return std::string(kFreqFields.at(i)) + "_" + unit_suffix(kFreqUnits[i]); }
 
 Json span_json(const Excerpt& e) {
-  Json j;
+  Json j = Json::object();
   j["start_sample_200hz"] = e.start;
   j["samples_200hz"] = e.length;
   j["start_s"] = e.start_s();
@@ -93,11 +93,11 @@ Json span_json(const Excerpt& e) {
 
 Json recording_json(const Prepared& p) {
   const Recording& r = p.recording;
-  Json j;
+  Json j = Json::object();
   j["path"] = r.path;
   j["name"] = r.name;
   j["format"] = r.format;
-  j["lead"] = {{"index", r.lead_index}, {"name", r.lead_name()}};
+  j["lead"] = json_object({{"index", r.lead_index}, {"name", r.lead_name()}});
   j["leads"] = r.lead_names;
   j["sampling_rate_hz"] = r.fs;
   j["samples"] = r.total_samples;
@@ -112,7 +112,7 @@ Json recording_json(const Prepared& p) {
 }
 
 Json settings_json(const AnalysisSettings& s) {
-  Json j;
+  Json j = Json::object();
   j["start_s"] = s.start_s;
   j["duration_s"] = nullable(s.duration_s);
   j["full_scale"] = nullable(s.full_scale);
@@ -125,7 +125,7 @@ Json settings_json(const AnalysisSettings& s) {
 namespace {
 
 Json detection_json(const DetectionInfo& d) {
-  Json j;
+  Json j = Json::object();
   j["way"] = d.segments == 1 ? "whole excerpt in one pass" : "overlapping segments";
   j["segments"] = d.segments;
   if (d.segments > 1) {
@@ -140,7 +140,7 @@ Json detection_json(const DetectionInfo& d) {
 }  // namespace
 
 Json qrs_json(const Prepared& p, const QrsResult& q) {
-  Json j;
+  Json j = Json::object();
   j["excerpt"] = span_json(q.excerpt);
   j["detection"] = detection_json(q.detection);
   j["status"] = q.status;
@@ -153,12 +153,12 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
   j["clipping_tested"] = q.full_scale.has_value();
   j["window_s"] = q.window_s;
   j["window_grades"] = q.window_grades;
-  Json names, counts;
+  Json names = Json::object(), counts = Json::object();
   for (int g : {0, 3, 5, 6}) names[std::to_string(g)] = window_grade_text(g);
   for (int g : {0, 3, 5, 6}) counts[window_grade_text(g)] = std::count(q.window_grades.begin(), q.window_grades.end(), g);
   j["window_grade_names"] = std::move(names);
   j["window_grade_counts"] = std::move(counts);
-  Json peaks;
+  Json peaks = Json::object();
   peaks["count"] = q.r_peaks.size();
   Json at200 = Json::array(), original = Json::array(), times = Json::array();
   for (const auto& b : beat_records(p, q)) {
@@ -174,7 +174,7 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
 }
 
 Json figures_json(const HrvFigures& f) {
-  Json j;
+  Json j = Json::object();
   j["span"] = span_json(f.span);
   j["r_peaks"] = f.beats;
   j["heart_rate_bpm"] = nullable(f.heart_rate);
@@ -182,7 +182,7 @@ Json figures_json(const HrvFigures& f) {
   j["status_text"] = status_text(f.status);
   j["computed"] = f.computed;
   if (!f.computed) j["not_computed"] = f.not_computed;
-  Json time, freq;
+  Json time = Json::object(), freq = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) time[kTimeFields[i]] = nullable(f.time_value(i));
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) freq[kFreqFields[i]] = nullable(f.freq_value(i));
   j["time_domain"] = std::move(time);
@@ -192,7 +192,7 @@ Json figures_json(const HrvFigures& f) {
 }
 
 Json hrv_json(const HrvResult& h) {
-  Json j;
+  Json j = Json::object();
   j["analysis"] = h.long_term ? "long-term" : "short";
   j["analysis_text"] = h.long_term ? "the whole excerpt, its 5-minute segments and its hours"
                                    : "the Java bridge's analysis of 3 to 10 minutes";
@@ -202,18 +202,18 @@ Json hrv_json(const HrvResult& h) {
   if (!h.whole.sdann_formed && h.whole.computed) notes["sdann"] = "not formed: needs two 5-minute segments";
   if (!h.whole.ulf_meaningful()) notes["ulf_pwr"] = kUlfNote;
   j["notes"] = std::move(notes);
-  Json units;
+  Json units = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) units[kTimeFields[i]] = kTimeUnits[i];
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) units[kFreqFields[i]] = kFreqUnits[i];
   j["units"] = std::move(units);
   if (!h.long_term) return j;
 
-  Json seg;
+  Json seg = Json::object();
   seg["count"] = h.segments.size();
   if (!h.segments.empty()) {
     seg["span"] = span_json({h.segments.front().span.start, h.segments.back().span.end() - h.segments.front().span.start});
   }
-  Json mean, used;
+  Json mean = Json::object(), used = Json::object();
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
     mean[kFreqFields[i]] = nullable(h.segment_mean[i]);
     used[kFreqFields[i]] = h.segments_in_mean[i];
@@ -229,7 +229,7 @@ Json hrv_json(const HrvResult& h) {
 }
 
 Json counts_json(const MatchCounts& c) {
-  Json j;
+  Json j = Json::object();
   j["reference_beats"] = c.references();
   j["detected_beats"] = c.detections();
   j["tp"] = c.true_positives;
@@ -242,7 +242,7 @@ Json counts_json(const MatchCounts& c) {
 }
 
 Json validation_json(const Validation& v) {
-  Json j;
+  Json j = Json::object();
   j["record"] = v.record;
   j["annotations"] = v.annotations;
   j["excerpt"] = span_json(v.excerpt);
@@ -255,7 +255,7 @@ Json validation_json(const Validation& v) {
 
 Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs, const HrvResult* hrv,
               const Validation* validation) {
-  Json j;
+  Json j = Json::object();
   j["program"] = "keloecg";
   j["version"] = KELO_VERSION;
   j["recording"] = recording_json(p);

@@ -2,15 +2,28 @@
 // span of the recording it covers.
 #pragma once
 
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis.hpp"
 
 namespace keloecg {
 
+// Objects are made with Json::object() before keys are added, never from
+// a braced list of pairs: when memory runs out, nlohmann/json 3.11 leaves a
+// null value that a new key turns into an object broken (it crashes
+// destroying it), and a braced list leaks the object it was building.
 using Json = nlohmann::ordered_json;
+
+// An object from (key, value) pairs, built key by key.
+inline Json json_object(std::initializer_list<std::pair<const char*, Json>> members) {
+  Json j = Json::object();
+  for (const auto& [key, value] : members) j[key] = value;
+  return j;
+}
 
 Json recording_json(const Prepared& p);
 Json settings_json(const AnalysisSettings& s);

@@ -128,7 +128,7 @@ std::string typed_base64(const std::vector<T>& v) {
 // of their own script element) and where each starts in it; the envelope.
 struct EcgData {
   std::string text;
-  Json json;
+  Json json = Json::object();
 };
 
 EcgData ecg_data(const Prepared& p, const Excerpt& e) {
@@ -149,16 +149,21 @@ EcgData ecg_data(const Prepared& p, const Excerpt& e) {
     envelope.push_back(static_cast<std::int32_t>(std::clamp(std::round(*lo / kStepMv), -2147483648.0, 2147483647.0)));
     envelope.push_back(static_cast<std::int32_t>(std::clamp(std::round(*hi / kStepMv), -2147483648.0, 2147483647.0)));
   }
-  out.json = {{"fs", kAnalysisRate}, {"start", e.start},          {"length", e.length},
-              {"step_mv", kStepMv},  {"chunk", kChunk},           {"offsets", std::move(offsets)},
-              {"envelope_per", kEnvelope}, {"envelope", typed_base64(envelope)}};
+  out.json = json_object({{"fs", kAnalysisRate},
+                          {"start", e.start},
+                          {"length", e.length},
+                          {"step_mv", kStepMv},
+                          {"chunk", kChunk},
+                          {"offsets", std::move(offsets)},
+                          {"envelope_per", kEnvelope},
+                          {"envelope", typed_base64(envelope)}});
   return out;
 }
 
 Json periodogram_json(const Periodogram& pg) {
   if (pg.amplitude.size() < 2) return nullptr;
   const std::vector<float> amp(pg.amplitude.begin(), pg.amplitude.end());
-  return {{"df", pg.frequency_hz.front()}, {"amp", typed_base64(amp)}};
+  return json_object({{"df", pg.frequency_hz.front()}, {"amp", typed_base64(amp)}});
 }
 
 // The beats unlike the average beat (classification) and the beats of
@@ -166,9 +171,9 @@ Json periodogram_json(const Periodogram& pg) {
 // matched.
 void beat_data(const QrsResult& q, const BeatReview& review, const Validation* validation, Json& data) {
   std::vector<std::int32_t> samples(q.r_peaks.begin(), q.r_peaks.end());
-  data["beats"] = {{"sample", typed_base64(samples)}, {"count", samples.size()}};
+  data["beats"] = json_object({{"sample", typed_base64(samples)}, {"count", samples.size()}});
   std::vector<std::uint8_t> classes(review.classes.begin(), review.classes.end());
-  data["review"] = {{"classes", typed_base64(classes)}, {"rr_removed", review.rr_removed}};
+  data["review"] = json_object({{"classes", typed_base64(classes)}, {"rr_removed", review.rr_removed}});
   if (!validation) {
     data["validation"] = nullptr;
     data["reference"] = nullptr;
@@ -185,7 +190,8 @@ void beat_data(const QrsResult& q, const BeatReview& review, const Validation* v
     matched.push_back(validation->match.reference_match[i] >= 0);
   }
   for (auto m : validation->match.detection_match) detected.push_back(m >= 0);
-  data["reference"] = {{"ms", typed_base64(ms)}, {"symbols", symbols}, {"matched", typed_base64(matched)}, {"count", ms.size()}};
+  data["reference"] = json_object(
+      {{"ms", typed_base64(ms)}, {"symbols", symbols}, {"matched", typed_base64(matched)}, {"count", ms.size()}});
   data["detection_matched"] = typed_base64(detected);
 }
 
@@ -194,7 +200,7 @@ void beat_data(const QrsResult& q, const BeatReview& review, const Validation* v
 std::string render_report(const Prepared& p, const AnalysisSettings& s, const HrvResult& hrv,
                           const BeatReview& review, const Validation* validation) {
   const QrsResult& q = hrv.qrs;
-  Json data;
+  Json data = Json::object();
   const std::string lead = p.recording.lead_name().empty() ? "" : ", lead " + p.recording.lead_name();
   data["title"] = "ECG report: " + p.recording.name + lead;
   data["generated"] = now_text();
@@ -202,7 +208,7 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   data["recording"] = recording_json(p);
   data["settings"] = settings_json(s);
   Json qrs = qrs_json(p, q);
-  qrs["r_peaks"] = {{"count", q.r_peaks.size()}};  // the beats travel as typed arrays
+  qrs["r_peaks"] = json_object({{"count", q.r_peaks.size()}});  // the beats travel as typed arrays
   data["qrs"] = std::move(qrs);
   data["hrv"] = hrv_json(hrv);
   beat_data(q, review, validation, data);

@@ -16,11 +16,12 @@ import javax.crypto.SealedObject;
  * length outside the accepted range or {@code fs} not 200; 3 fewer than two R peaks or a heart
  * rate outside 30..220 beats per minute; 4 (HRV only) no spectral line left for the band
  * powers; 5 the excerpt is clipped; 6 the rhythm is irregular; 7 {@code startSecond} negative
- * or not below {@code length / 200 - 5}, or {@code fullScale} not above 0.
+ * or not below {@code length / 200 - 5}, or {@code fullScale} not above 0; 8 the analysis ran out
+ * of memory (native memory, or Java memory for the samples). If memory runs out while the result
+ * itself is being made, one line is printed and {@code null} is returned.
  *
- * <p>Threads: {@link #runQRSDetection} keeps no state and may run on several threads at once.
- * {@link #runHRV} uses static work buffers inside the library: HRV runs must not overlap; the
- * caller serialises them.
+ * <p>Threads: both analysis methods keep no state and may run on several threads at once, with
+ * the results of one run after the other.
  */
 public class NativeKELOecgSolver {
   static {
@@ -56,10 +57,10 @@ public class NativeKELOecgSolver {
    * #runQRSDetection} finds in the same excerpt; the others are the beats that a second pass over
    * the detector's curves adds, mostly ectopic beats (see docs/beats.md).
    *
-   * <p>Status codes: 0 success; 1 {@code ecg} is null; 2 {@code fs} not 200, fewer than 3000
-   * samples, or no memory for the run; 3 fewer than two beats found (those found are still
-   * returned); 7 {@code startSecond} negative or not below {@code length / 200 - 5}. There is no
-   * upper limit on the length. Keeps no state and may run on several threads at once.
+   * <p>Status codes: 0 success; 1 {@code ecg} is null; 2 {@code fs} not 200 or fewer than 3000
+   * samples; 3 fewer than two beats found (those found are still returned); 7 {@code
+   * startSecond} negative or not below {@code length / 200 - 5}; 8 no memory for the run. There
+   * is no upper limit on the length. Keeps no state and may run on several threads at once.
    *
    * @param ecg the whole recording, one lead
    * @param fs the sampling rate; must be 200

@@ -7,8 +7,11 @@ import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.List;
 import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
 import org.junit.jupiter.api.Test;
 
 /** What a successful run puts into its result object. */
@@ -85,27 +88,37 @@ class ResultContentTest {
     assertTrue(r.hr > 60 && r.hr < 90, "hr " + r.hr);
   }
 
-  /** QRS runs keep no state: runs on two threads at once give the sequential results. */
+  /** Four HRV runs at once give exactly the results of the same runs one after the other. */
   @Test
-  void twoQrsRunsAtOnceEqualOneAfterTheOther() throws Exception {
-    double[] a = regularRecording(300, 150, 11);
-    double[] b = withBeats(60000, cycling(60000, 70, 120, 180, 140), 0.03, 12);
-    String seqA = describe(qrs(a));
-    String seqB = describe(qrs(b));
-    var pool = Executors.newFixedThreadPool(2);
+  void fourHrvRunsAtOnceEqualOneAfterTheOther() throws Exception {
+    double[][] recordings = {
+      regularRecording(180, 150, 11),
+      withBeats(36000, cycling(36000, 70, 120, 180, 140), 0.03, 12),
+      withBeats(48000, cycling(48000, 90, 150, 160, 170, 160, 152, 166), 0.02, 13),
+      regularRecording(240, 190, 14),
+    };
+    String[] alone = new String[recordings.length];
+    for (int i = 0; i < recordings.length; i++) {
+      alone[i] = describe(hrv(recordings[i]));
+    }
+    var pool = Executors.newFixedThreadPool(recordings.length);
     try {
       for (int round = 0; round < 3; round++) {
-        var fa = pool.submit(() -> qrs(a));
-        var fb = pool.submit(() -> qrs(b));
-        assertEquals(seqA, describe(fa.get()));
-        assertEquals(seqB, describe(fb.get()));
+        List<Future<KELOecgResults>> runs = new ArrayList<>();
+        for (double[] r : recordings) {
+          runs.add(pool.submit(() -> hrv(r)));
+        }
+        for (int i = 0; i < recordings.length; i++) {
+          assertEquals(alone[i], describe(runs.get(i).get()), "recording " + i);
+        }
       }
     } finally {
       pool.shutdownNow();
     }
   }
 
-  private static String describe(KELOecgQrsResults r) {
-    return r.error + " " + r.hr + " " + Arrays.toString(r.rpeaks) + " " + Arrays.toString(r.qualities);
+  private static String describe(KELOecgResults r) {
+    return r.error + " " + r.hr + " " + Arrays.toString(hrvFields(r)) + " " + Arrays.toString(r.rpeaks) + " "
+        + Arrays.toString(r.qualities);
   }
 }
