@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
+#include <functional>
 #include <optional>
 
 #include "detect/detector.hpp"
@@ -50,12 +52,31 @@ struct Shape {
   double product;    // largest range product within +-qrs
 };
 
+// The largest (or smallest, by `better`) of the values pushed so far
+// whose index is at least a given one: a monotonic queue of indices.
+template <class Better>
+class SlidingExtremes {
+ public:
+  SlidingExtremes(std::span<const double> v, Better better) : v_(v), better_(better) {}
+  void push(int64_t i) {
+    while (!q_.empty() && !better_(v_[static_cast<std::size_t>(q_.back())], v_[static_cast<std::size_t>(i)])) q_.pop_back();
+    q_.push_back(i);
+  }
+  double front(int64_t from) {
+    while (q_.front() < from) q_.pop_front();
+    return v_[static_cast<std::size_t>(q_.front())];
+  }
+
+ private:
+  std::span<const double> v_;
+  Better better_;
+  std::deque<int64_t> q_;
+};
+
 class Signal {
  public:
   Signal(const Curves& c, const Widths& w)
-      : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())), product_(c.ecg.size(), 0.0) {
-    for (int64_t k = 0; k < n_; ++k) product_[static_cast<std::size_t>(k)] = compute_range_product(k);
-  }
+      : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())), product_(range_products()) {}
 
   int64_t size() const { return n_; }
   const Widths& widths() const { return w_; }
@@ -135,18 +156,31 @@ class Signal {
   }
 
  private:
-  double compute_range_product(int64_t k) const {
-    const int64_t lo = std::max<int64_t>(1, k - w_.range);
-    const int64_t hi = std::min(n_ - 2, k + w_.range);
-    if (lo > hi) return 0.0;
-    double xmin = x(lo), xmax = x(lo), smin = central_difference(lo), smax = smin;
-    for (int64_t j = lo; j <= hi; ++j) {
-      xmin = std::min(xmin, x(j));
-      xmax = std::max(xmax, x(j));
-      smin = std::min(smin, central_difference(j));
-      smax = std::max(smax, central_difference(j));
+  // The range product at every sample, with sliding extremes (O(n)
+  // whatever the window): the windows k - range .. k + range, clamped to
+  // the samples 1 .. n - 2 where the central difference exists.
+  std::vector<double> range_products() const {
+    std::vector<double> out(static_cast<std::size_t>(n_), 0.0);
+    if (n_ < 3) return out;
+    std::vector<double> d(static_cast<std::size_t>(n_), 0.0);
+    for (int64_t k = 1; k + 1 < n_; ++k) d[static_cast<std::size_t>(k)] = central_difference(k);
+    const std::span<const double> xs = c_.ecg, ds = d;
+    SlidingExtremes xmax(xs, std::greater<>());
+    SlidingExtremes xmin(xs, std::less<>());
+    SlidingExtremes dmax(ds, std::greater<>());
+    SlidingExtremes dmin(ds, std::less<>());
+    int64_t hi = 0;  // samples below hi have entered the windows
+    for (int64_t k = 0; k < n_; ++k) {
+      const int64_t lo = std::max<int64_t>(1, k - w_.range);
+      const int64_t top = std::min(n_ - 2, k + w_.range);
+      if (lo > top) continue;
+      for (hi = std::max(hi, lo); hi <= top; ++hi) {
+        xmax.push(hi), xmin.push(hi), dmax.push(hi), dmin.push(hi);
+      }
+      const double a = xmax.front(lo) - xmin.front(lo);
+      out[static_cast<std::size_t>(k)] = (dmax.front(lo) - dmin.front(lo)) * a * a;
     }
-    return (smax - smin) * (xmax - xmin) * (xmax - xmin);
+    return out;
   }
 
   const Curves& c_;

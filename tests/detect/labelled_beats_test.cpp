@@ -162,7 +162,7 @@ TEST(LabelledBeats, NoiseBurstsAddFewBeats) {
 TEST(LabelledBeats, RealRecordingsKeepDetectWavesBits) {
   // Three-minute excerpts of MIT-BIH records; the second pass adds beats
   // but never moves or drops one of detectWaves.
-  for (const char* record : {"100", "119", "203"}) {
+  for (const char* record : {"100", "119", "203", "208"}) {
     SCOPED_TRACE(record);
     const V ecg = load_samples(record);
     ASSERT_FALSE(ecg.empty());

@@ -97,6 +97,30 @@ TEST(Program, BundledRecordingInEveryOutput) {
   EXPECT_EQ(v["reference_beats"], 371);
   EXPECT_EQ(v["tp"].get<int>() + v["fn"].get<int>(), 371);
   EXPECT_GE(v["f1"].get<double>(), 0.99);
+  EXPECT_EQ(v["classes"]["N"]["reference_beats"].get<int>() + v["classes"]["S"]["reference_beats"].get<int>(), 371);
+}
+
+TEST(Program, EveryBeatLabelledOrTheNormalShapedOnes) {
+  // By default every beat, each with its label; HRV over NN intervals,
+  // counting those left out.
+  const json all = run_json({"hrv", "--json"});
+  const json& peaks = all["qrs"]["r_peaks"];
+  ASSERT_EQ(peaks["label"].size(), peaks["count"].get<std::size_t>());
+  const auto normal_count = peaks["label_counts"]["normal"].get<std::size_t>();
+  EXPECT_LT(normal_count, peaks["count"].get<std::size_t>());  // the first beat is added by the second pass
+  EXPECT_EQ(all["settings"]["beats"], "all");
+  EXPECT_EQ(all["hrv"]["intervals"].get<std::size_t>() + 1, peaks["count"].get<std::size_t>());
+  EXPECT_EQ(all["hrv"]["excluded_intervals"], 1);
+  // --beats normal: the normal-shaped beats alone, as detectWaves gives them.
+  const json normal = run_json({"hrv", "--json", "--beats", "normal"});
+  EXPECT_EQ(normal["qrs"]["r_peaks"]["count"].get<std::size_t>(), normal_count);
+  EXPECT_FALSE(normal["qrs"]["r_peaks"].contains("label"));
+  EXPECT_FALSE(normal["hrv"].contains("excluded_intervals"));
+  // Scoring from a time on leaves the earlier beats out.
+  const json from = run_json({"validate", "--json", "--from", "60"});
+  EXPECT_EQ(from["score_from_s"], 60.0);
+  EXPECT_EQ(from["records"][0]["reference_beats"], 297);
+  EXPECT_EQ(keloecg({"qrs", "--beats", "some"}).exit_code, 2);
 }
 
 TEST(Program, EveryFormatFindsTheBeatsAtItsOwnRateAndValidates) {
@@ -298,10 +322,13 @@ TEST(Program, FiguresNotComputedAreNullAndEmpty) {
   EXPECT_TRUE(bundled["time_domain"]["sdnnidx"].is_number());
   const auto csv = keloecg({"hrv", "--csv"}).out;
   const auto columns = [](const std::string& line) {
-    std::vector<std::string> out;
-    std::stringstream in(line);
-    for (std::string f; std::getline(in, f, ',');) out.push_back(f);
-    return out;
+    std::vector<std::string> out;  // every field, a last empty one too
+    for (std::size_t from = 0;;) {
+      const auto comma = line.find(',', from);
+      out.push_back(line.substr(from, comma == std::string::npos ? std::string::npos : comma - from));
+      if (comma == std::string::npos) return out;
+      from = comma + 1;
+    }
   };
   const auto header = columns(csv.substr(0, csv.find('\n')));
   const auto row = columns(csv.substr(csv.find('\n') + 1));
@@ -325,9 +352,13 @@ TEST(Program, FiguresNotComputedAreNullAndEmpty) {
     for (const auto& [name, value] : j["hrv"][group].items()) EXPECT_EQ(value, nullptr) << name;
   }
   const auto flat_csv = keloecg({"hrv", "--csv", "--fs", "200", flat}).out;
-  const auto flat_row = columns(flat_csv.substr(flat_csv.find('\n') + 1));
+  const auto flat_row = columns(flat_csv.substr(flat_csv.find('\n') + 1, flat_csv.size() - flat_csv.find('\n') - 2));
   ASSERT_EQ(flat_row.size(), header.size());
-  for (std::size_t k = 8; k + 1 < header.size(); ++k) EXPECT_EQ(flat_row[k], "") << header[k];
+  for (std::size_t k = 8; k < header.size(); ++k) {
+    if (header[k] != "ulf_meaningful") {
+      EXPECT_EQ(flat_row[k], "") << header[k];
+    }
+  }
 }
 
 // qrs --csv gives the excerpt's status, heart rate and grade beside every
@@ -336,7 +367,7 @@ TEST(Program, FiguresNotComputedAreNullAndEmpty) {
 TEST(Program, CsvAndJsonSayWhatTheirNumbersAre) {
   const auto csv = keloecg({"qrs", "--csv"}).out;
   EXPECT_EQ(csv.substr(0, csv.find('\n')),
-            "beat,time_s,sample_200hz,sample_original,rr_s,window,window_grade,window_grade_text,excerpt_start_s,"
+            "beat,time_s,sample_200hz,sample_original,label,rr_s,window,window_grade,window_grade_text,excerpt_start_s,"
             "excerpt_end_s,status,status_text,heart_rate_bpm,excerpt_grade,excerpt_grade_text");
   const auto first = csv.substr(csv.find('\n') + 1, csv.find('\n', csv.find('\n') + 1) - csv.find('\n') - 1);
   EXPECT_TRUE(first.ends_with(",,1,0,usable,0,300,0,success,74,1,usable")) << first;
@@ -344,14 +375,14 @@ TEST(Program, CsvAndJsonSayWhatTheirNumbersAre) {
   kelo::test::write_raw<float>(dir / "flat.f32", std::vector<double>(4000, 0.0));
   const auto none = keloecg({"qrs", "--csv", "--fs", "200", (dir / "flat.f32").string()}).out;
   EXPECT_EQ(none.substr(none.find('\n') + 1),
-            ",,,,,,,,0,20,3,\"no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)\",,,"
+            ",,,,,,,,,0,20,3,\"no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)\",,,"
             "not graded: no usable beats\n");
 
   const auto hrv = keloecg({"hrv", "--csv"}).out;
   EXPECT_EQ(hrv.substr(0, hrv.find('\n')),
             "span,number,start_s,end_s,duration_s,r_peaks,heart_rate_bpm,status,nn_rr_fraction,avnn_s,sdnn_s,sdann_s,"
             "sdnnidx_s,rmssd_s,pnn50_fraction,tot_pwr_s2,ulf_pwr_s2,vlf_pwr_s2,lf_pwr_s2,hf_pwr_s2,lf_hf_ratio,"
-            "ulf_meaningful");
+            "ulf_meaningful,nn_intervals,excluded_intervals");
   EXPECT_TRUE(hrv.substr(hrv.find('\n') + 1).starts_with("excerpt (short analysis),,0,300,300,")) << hrv;
 
   // Times are read as [h:]mm:ss too.

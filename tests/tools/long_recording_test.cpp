@@ -9,6 +9,7 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "beats.hpp"
 #include "file_util.hpp"
 #include "keloecgsolver/keloecgsolver.h"
 #include "run_program.hpp"
@@ -84,10 +85,10 @@ TEST(LongRecording, BeatsOverTheWholeSpanAndAtEverySeam) {
   }
 }
 
-// The long-term HRV: calcHrv over the whole excerpt, over each of the 24
-// whole 5-minute segments and over each of the 2 whole hours (the last
-// 22 s are neither), each equal to the library's own result over the beats
-// of its span; the means of the segments are theirs.
+// The long-term HRV over the NN intervals of the whole excerpt, of each of
+// the 24 whole 5-minute segments and of each of the 2 whole hours (the
+// last 22 s are neither), each equal to the library's own result over the
+// labelled beats of its span; the means of the segments are theirs.
 TEST(LongRecording, SegmentAndHourlyHrvTables) {
   const json& h = runs().hrv;
   EXPECT_EQ(h["analysis"], "long-term");
@@ -98,27 +99,33 @@ TEST(LongRecording, SegmentAndHourlyHrvTables) {
   EXPECT_TRUE(h["time_domain"]["sdann"].is_number());  // 24 segments: formed
   EXPECT_EQ(h["ulf_meaningful"], true);
 
-  const auto peaks = runs().qrs["qrs"]["r_peaks"]["sample_200hz"].get<std::vector<std::int64_t>>();
+  const json& beats = runs().qrs["qrs"]["r_peaks"];
+  const auto peaks = beats["sample_200hz"].get<std::vector<std::int64_t>>();
+  const auto names = beats["label"].get<std::vector<std::string>>();
   auto check = [&](const json& row, double from, double to) {
     SCOPED_TRACE(from);
     EXPECT_EQ(row["span"]["start_s"], from);
     EXPECT_EQ(row["span"]["end_s"], to);
-    std::vector<std::int32_t> pos;
-    for (auto p : peaks) {
-      if (p >= from * 200 && p < to * 200) pos.push_back(static_cast<std::int32_t>(p - from * 200 + 1));
+    std::vector<std::int64_t> in_span;
+    std::vector<int> labels;
+    for (std::size_t i = 0; i < peaks.size(); ++i) {
+      if (peaks[i] >= from * 200 && peaks[i] < to * 200) {
+        in_span.push_back(peaks[i]);
+        labels.push_back(names[i] == "normal" ? keloecg::kNormalBeat : 2);
+      }
     }
-    ASSERT_EQ(row["r_peaks"], pos.size());
-    std::array<double, 7> time{};
-    std::array<double, 6> freq{};
-    std::int32_t status = -1;
-    calcHrv(pos.data(), static_cast<std::int32_t>(pos.size() - 1), 200, time.data(), freq.data(), &status);
-    EXPECT_EQ(row["status"], status);
-    EXPECT_EQ(row["time_domain"]["sdnn"], time[2]);
-    EXPECT_EQ(row["time_domain"]["rmssd"], time[5]);
-    EXPECT_EQ(row["time_domain"]["pnn50"], time[6]);
-    EXPECT_EQ(row["frequency_domain"]["lf_pwr"], freq[3]);
-    EXPECT_EQ(row["frequency_domain"]["hf_pwr"], freq[4]);
-    EXPECT_EQ(row["frequency_domain"]["lf_hf"], freq[5]);
+    ASSERT_EQ(row["r_peaks"], in_span.size());
+    const auto series = keloecg::nn_series(in_span, labels);
+    const auto hrv = keloecg::hrv_over_nn(series);
+    EXPECT_EQ(row["intervals"], series.intervals);
+    EXPECT_EQ(row["excluded_intervals"], series.excluded);
+    EXPECT_EQ(row["status"], hrv.status);
+    EXPECT_EQ(row["time_domain"]["sdnn"], hrv.time[2]);
+    EXPECT_EQ(row["time_domain"]["rmssd"], hrv.time[5]);
+    EXPECT_EQ(row["time_domain"]["pnn50"], hrv.time[6]);
+    EXPECT_EQ(row["frequency_domain"]["lf_pwr"], hrv.freq[3]);
+    EXPECT_EQ(row["frequency_domain"]["hf_pwr"], hrv.freq[4]);
+    EXPECT_EQ(row["frequency_domain"]["lf_hf"], hrv.freq[5]);
   };
   for (int k = 0; k < 24; ++k) check(h["five_minute_segments"]["segments"][k], 300.0 * k, 300.0 * (k + 1));
   for (int k = 0; k < 2; ++k) check(h["hours"][k], 3600.0 * k, 3600.0 * (k + 1));
@@ -129,8 +136,9 @@ TEST(LongRecording, SegmentAndHourlyHrvTables) {
     EXPECT_NEAR(h["five_minute_segments"]["frequency_domain_mean"][band].get<double>(), sum / 24, 1e-12 * std::abs(sum))
         << band;
   }
-  // The hours differ: record 119's ventricular beats make the second hour
-  // far more variable than the first.
+  // The hours differ: record 119's ventricular beats (which detectWaves
+  // finds, so they count as normal-shaped) make the second hour far more
+  // variable than the first.
   EXPECT_GT(h["hours"][1]["time_domain"]["rmssd"].get<double>(), 3 * h["hours"][0]["time_domain"]["rmssd"].get<double>());
 }
 
@@ -173,7 +181,8 @@ TEST(LongRecording, EveryOutputStatesItsSpans) {
 }
 
 // The beats written with --annotations-out read back through keloecg's own
-// WFDB reader: one N per R peak, at the recording's own rate.
+// WFDB reader: one per R peak, at the recording's own rate, N for a normal
+// beat and Q with its label as text for the others.
 TEST(LongRecording, AnnotationFileReadsBack) {
   const auto bytes = keloecg::read_bytes(runs().annotations);
   const auto read = keloecg::wfdb::parse_annotations(bytes, "mitdb-2h.qrs");
@@ -181,7 +190,9 @@ TEST(LongRecording, AnnotationFileReadsBack) {
   ASSERT_EQ(read.size(), original.size());
   for (std::size_t i = 0; i < read.size(); ++i) {
     ASSERT_EQ(read[i].sample, original[i]) << i;
-    ASSERT_EQ(read[i].symbol, "N") << i;
+    const std::string label = runs().qrs["qrs"]["r_peaks"]["label"][i];
+    ASSERT_EQ(read[i].symbol, label == "normal" ? "N" : "Q") << i;
+    ASSERT_EQ(read[i].aux, label == "normal" ? "" : label) << i;
   }
   EXPECT_GT(original.back(), 2590000);  // the whole span, numbered at 360 Hz
 }

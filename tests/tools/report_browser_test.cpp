@@ -81,6 +81,7 @@ TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   const auto hrv = keloecg({"hrv", "--json"});
   ASSERT_EQ(hrv.exit_code, 0);
   const auto beats = hrv.json()["qrs"]["r_peaks"]["count"].get<int>();
+  const auto normal = hrv.json()["qrs"]["r_peaks"]["label_counts"]["normal"].get<int>();
   EXPECT_EQ(st["ready"], true);
   EXPECT_EQ(st["plots"], 2);  // tachogram and periodogram of the excerpt; no 5-minute segments
   EXPECT_EQ(st["segments"], 0);
@@ -90,6 +91,7 @@ TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   EXPECT_EQ(st["samples"], 60000);
   EXPECT_EQ(st["unlikeAverage"], 0);  // 5 minutes of normal beats
   EXPECT_EQ(st["rrRemoved"], 0);
+  EXPECT_EQ(st["addedBeats"], beats - normal);  // marked by their labels
   screenshot("file://" + page.string(), kArtifacts / "report-bundled.png");
 }
 

@@ -17,6 +17,7 @@
   const xMin = START / FS, xMax = (START + N) / FS;  // the excerpt, in seconds of the recording
   const COLORS = {
     ecg: "#1d2433", beat: "#1f4fa3", fp: "#d92d20", fn: "#f79009", ref: "#12b76a", odd: "#9e44c9", rr: "#7a271a",
+    wide: "#e04f16", premature: "#0e9384", unknown: "#667085",
     hr: "#b42318", grid: "#eef0f3", axis: "#667085", view: "rgba(31,79,163,0.14)", viewLine: "rgba(31,79,163,0.9)",
     grade: { 0: "rgba(18,183,106,0.55)", 3: "rgba(138,148,166,0.75)", 5: "rgba(217,45,32,0.7)", 6: "rgba(247,144,9,0.75)" },
     tint: { 3: "rgba(138,148,166,0.10)", 5: "rgba(217,45,32,0.08)", 6: "rgba(247,144,9,0.09)" },
@@ -125,9 +126,22 @@
   const classes = typed(D.review.classes, Uint8Array);
   const rrRemoved = new Set(D.review.rr_removed);
   const detMatched = D.detection_matched ? typed(D.detection_matched, Uint8Array) : null;
-  const FP = 2, ODD = 1, BEAT = 0;
+  // With all beats, the label of each (1 normal, 2 wide, 3 premature,
+  // 4 unknown); null with the normal-shaped beats alone.
+  const labels = D.beats.label ? typed(D.beats.label, Uint8Array) : null;
+  // Marker kind of each beat: a false detection (with references) first,
+  // then the label of a beat that is not normal, then a shape unlike the
+  // average beat, else the plain beat.
+  const BEAT = 0, ODD = 1, FP = 2, WIDE = 3, PREMATURE = 4, UNKNOWN = 5;
+  const LABEL_KIND = { 2: WIDE, 3: PREMATURE, 4: UNKNOWN };
   const beatKind = new Uint8Array(BEATS);
-  for (let i = 0; i < BEATS; i++) beatKind[i] = (detMatched && !detMatched[i]) ? FP : classes[i] === 0 ? ODD : BEAT;
+  for (let i = 0; i < BEATS; i++) {
+    beatKind[i] = (detMatched && !detMatched[i]) ? FP : (labels && LABEL_KIND[labels[i]]) || (classes[i] === 0 ? ODD : BEAT);
+  }
+  const KINDS = [[BEAT, COLORS.beat], [ODD, COLORS.odd], [WIDE, COLORS.wide], [PREMATURE, COLORS.premature],
+    [UNKNOWN, COLORS.unknown], [FP, COLORS.fp]];
+  const kindCount = new Array(KINDS.length).fill(0);
+  for (let i = 0; i < BEATS; i++) kindCount[beatKind[i]]++;
   const ref = D.reference && {
     t: Float64Array.from(typed(D.reference.ms, Int32Array), (ms) => ms / 1000),
     symbols: D.reference.symbols, matched: typed(D.reference.matched, Uint8Array),
@@ -293,9 +307,9 @@
     const first = lowerBound(beatT, x0), last = lowerBound(beatT, x1 + 1e-9);
     const few = last - first <= width / 6 && (x1 - x0) <= 30 * 60;
     // Many beats: one tick per pixel column and kind.
-    const marked = few ? null : [new Uint8Array(width + 1), new Uint8Array(width + 1), new Uint8Array(width + 1)];
+    const marked = few ? null : KINDS.map(() => new Uint8Array(width + 1));
     let drawn = 0;
-    for (const [kind, colour] of [[BEAT, COLORS.beat], [ODD, COLORS.odd], [FP, COLORS.fp]]) {
+    for (const [kind, colour] of KINDS) {
       ctx.fillStyle = colour;
       ctx.beginPath();
       for (let i = first; i < last; i++) {
@@ -432,8 +446,7 @@
       ctx.fill();
     };
     function* beatsOf(kind) { for (let i = 0; i < BEATS; i++) if (beatKind[i] === kind) yield beatT[i]; }
-    ticks(COLORS.odd, oTop, oH / 2, beatsOf(ODD));
-    ticks(COLORS.fp, oTop, oH / 2, beatsOf(FP));
+    for (const [kind, colour] of KINDS) if (kind !== BEAT && kindCount[kind]) ticks(colour, oTop, oH / 2, beatsOf(kind));
     ticks(COLORS.rr, oTop + oH / 2, oH / 2, Array.from(rrRemoved, (i) => beatT[i]));
     if (ref) ticks(COLORS.fn, oTop + oH / 2, oH / 2, (function* () { for (let i = 0; i < ref.t.length; i++) if (!ref.matched[i]) yield ref.t[i]; })());
     // ECG envelope.
@@ -651,7 +664,12 @@
   row("error", "status", String(q.status), "", q.status_text);
   row("hr", "heart rate", q.heart_rate_bpm != null ? fixed(q.heart_rate_bpm, 0) : "–", "bpm",
     q.rejected_heart_rate_bpm != null ? "computed " + num(q.rejected_heart_rate_bpm) + " bpm lies outside 30–220" : "median RR interval");
-  row("rpeaks", "R peaks", String(BEATS));
+  row("rpeaks", "R peaks", String(BEATS), "", labels ? "every beat" : "the normal-shaped beats (--beats normal)");
+  if (labels) {
+    const c = q.r_peaks.label_counts;
+    row("", "beats by label", c.normal + " normal", "", c.wide + " wide, " + c.premature + " premature, " + c.unknown +
+      " unknown (added to the normal-shaped beats)");
+  }
   row("", "unlike the average beat", String(classes.filter((c) => c === 0).length), "",
     "beat classification: QRS correlation with the average beat below 0.7");
   row("", "extra beats by the RR check", String(rrRemoved.size), "", "both beats of an implausibly short RR interval, unless normal in shape");
@@ -665,6 +683,10 @@
     const span = spanText(hrv.span.start_s, hrv.span.end_s);
     section("HRV, time domain, " + (hrv.analysis === "long-term" ? "whole excerpt " : "the Java bridge's analysis, ") + span);
     row("error", "HRV status", String(hrv.status), "", hrv.status_text + (hrv.computed ? "" : " · " + hrv.not_computed));
+    if (hrv.intervals != null) {
+      row("", "NN intervals", String(hrv.intervals - hrv.excluded_intervals), "", "of " + hrv.intervals +
+        " RR intervals; " + hrv.excluded_intervals + " left out next to a beat not labelled normal");
+    }
     for (const [k, label] of Object.entries(TL)) {
       const v = hrv.time_domain[k], u = hrv.units[k];
       const note = hrv.notes[k] || (v == null ? "" : u === "s" ? fixed(v * 1e3, 1) + " ms" : u === "fraction" ? fixed(v * 100, 2) + " %" : "");
@@ -714,7 +736,10 @@
   const tri = (c) => el("span", { class: "tri", style: "border-top: 9px solid " + c });
   const legend = document.getElementById("ecg-legend");
   legend.append(el("span", {}, tri(COLORS.beat), detMatched ? "detected beat, matched" : "detected R peak"));
-  if (classes.includes(0)) legend.append(el("span", {}, tri(COLORS.odd), "shape unlike the average beat"));
+  if (kindCount[ODD]) legend.append(el("span", {}, tri(COLORS.odd), "shape unlike the average beat"));
+  if (kindCount[WIDE]) legend.append(el("span", {}, tri(COLORS.wide), "added beat: wide or unlike the average"));
+  if (kindCount[PREMATURE]) legend.append(el("span", {}, tri(COLORS.premature), "added beat: premature"));
+  if (kindCount[UNKNOWN]) legend.append(el("span", {}, tri(COLORS.unknown), "added beat: unknown"));
   if (detMatched) legend.append(el("span", {}, tri(COLORS.fp), "false detection"));
   if (rrRemoved.size) legend.append(el("span", {}, el("b", { style: "color:" + COLORS.rr + ";margin-right:0.35rem" }, "×"), "extra beat by the RR check"));
   if (ref) {
@@ -724,6 +749,9 @@
   for (const g of [0, 3, 5, 6]) if (windows.includes(g)) legend.append(el("span", {}, sw(COLORS.grade[g]), "window " + GRADE_TEXT[g]));
   const ovLegend = document.getElementById("overview-legend");
   ovLegend.append(el("span", {}, sw(COLORS.hr), "heart rate"), el("span", {}, sw(COLORS.odd), "unlike the average beat"));
+  if (kindCount[WIDE]) ovLegend.append(el("span", {}, sw(COLORS.wide), "wide"));
+  if (kindCount[PREMATURE]) ovLegend.append(el("span", {}, sw(COLORS.premature), "premature"));
+  if (kindCount[UNKNOWN]) ovLegend.append(el("span", {}, sw(COLORS.unknown), "unknown"));
   if (rrRemoved.size) ovLegend.append(el("span", {}, sw(COLORS.rr), "extra beat by the RR check"));
   if (ref) ovLegend.append(el("span", {}, sw(COLORS.fp), "false detection"), el("span", {}, sw(COLORS.fn), "missed reference beat"));
 
@@ -841,6 +869,7 @@
   selftest.viewMarkers = markersDrawn;
   selftest.view = view;
   selftest.unlikeAverage = classes.filter((c) => c === 0).length;
+  selftest.addedBeats = kindCount[WIDE] + kindCount[PREMATURE] + kindCount[UNKNOWN];
   selftest.rrRemoved = rrRemoved.size;
   selftest.referenceMarkers = ref ? ref.t.length : 0;
   selftest.samples = N;

@@ -84,9 +84,10 @@ struct Detected {
   std::vector<std::int64_t> peaks;
   std::vector<int> windows;
   int grade = 1;
+  LabelledBeats all;  // every beat with its label, when asked for
 };
 
-Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int window_s) {
+Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int window_s, BeatsMode beats) {
   RealArray ecg(wrap(p.excerpt(e)));
   IntArray peaks(must(emxCreate_int32_T(0, 1)));
   IntArray windows(must(emxCreate_int32_T(1, 1)));
@@ -102,6 +103,7 @@ Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int wind
   for (auto pos : found) d.peaks.push_back(static_cast<std::int64_t>(pos) - 1 + e.start);
   const auto grades = elements(*windows);
   d.windows.assign(grades.begin(), grades.end());
+  if (beats == BeatsMode::All) d.all = detect_labelled(p.excerpt(e), e.start);
   return d;
 }
 
@@ -156,7 +158,7 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   initialize_library();
   run_parallel(parts.size(), settings.threads, [&](std::size_t k) {
     try {
-      parts[k] = detect(p, plan.segments[k].span, full_scale, settings.window_s);
+      parts[k] = detect(p, plan.segments[k].span, full_scale, settings.window_s, settings.beats);
     } catch (...) {
       failures[k] = std::current_exception();
     }
@@ -167,10 +169,16 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   r.detection.segments = parts.size();
   r.detection.segment_s = static_cast<double>(plan.segment) / kAnalysisRate;
   r.detection.overlap_s = static_cast<double>(plan.overlap) / kAnalysisRate;
+  // The grades are those of detectWaves, formed over its normal-shaped
+  // beats; with all beats, the labelled beats are joined the same way.
   if (parts.size() == 1) {
     r.r_peaks = std::move(parts[0].peaks);
     r.window_grades = std::move(parts[0].windows);
     r.excerpt_grade = parts[0].grade;
+    if (settings.beats == BeatsMode::All) {
+      r.r_peaks = std::move(parts[0].all.samples);
+      r.labels = std::move(parts[0].all.labels);
+    }
   } else {
     std::vector<std::vector<std::int64_t>> beats;
     for (auto& d : parts) beats.push_back(std::move(d.peaks));
@@ -178,7 +186,18 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
     r.r_peaks = join_segments(plan, beats, seams);
     for (const auto& seam : seams) (seam.agreed ? r.detection.seams_agreed : r.detection.seams_other)++;
     grade_joined(p, plan, parts, full_scale, settings.window_s, r);
+    if (settings.beats == BeatsMode::All) {
+      std::vector<std::vector<std::int64_t>> all;
+      std::vector<std::vector<int>> labels;
+      for (auto& d : parts) {
+        all.push_back(std::move(d.all.samples));
+        labels.push_back(std::move(d.all.labels));
+      }
+      r.r_peaks = join_segments(plan, all, seams);
+      r.labels = joined_labels(plan, all, labels, r.r_peaks);
+    }
   }
+  r.beats = settings.beats;
 
   r.status = kNoUsableBeats;
   if (r.r_peaks.size() > 1) {
@@ -202,14 +221,11 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
 
 namespace {
 
-// The periodogram behind the band powers: the same interval series and
-// Lomb amplitudes that calcHrv sums, kept up to the 0.4 Hz limit.
-Periodogram periodogram(std::span<const std::int32_t> peaks) {
-  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+// The Lomb amplitudes of an interval series that calcHrvFreq sums, kept up
+// to the 0.4 Hz limit.
+Periodogram periodogram_of(std::span<const double> t, std::span<const double> rr) {
+  const auto n = static_cast<std::int32_t>(rr.size());
   if (n < 3) return {};  // fewer than two analysed points: no grid
-  std::vector<char> annotations(static_cast<std::size_t>(n));
-  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
-  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
@@ -222,6 +238,18 @@ Periodogram periodogram(std::span<const std::int32_t> peaks) {
   }
   return out;
 }
+
+// The periodogram behind calcHrv's band powers: the interval series of the
+// R peaks (1-based positions).
+Periodogram periodogram(std::span<const std::int32_t> peaks) {
+  const auto n = static_cast<std::int32_t>(peaks.size() - 1);
+  if (n < 3) return {};
+  std::vector<char> annotations(static_cast<std::size_t>(n));
+  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+  calcRR(peaks.data(), n, kFs, annotations.data(), t.data(), rr.data());
+  return periodogram_of(t, rr);
+}
+
 
 }  // namespace
 
@@ -255,10 +283,10 @@ std::vector<std::int32_t> positions_in(const std::vector<std::int64_t>& peaks, c
 
 // calcHrv over the R peaks of a span, with the bridge's conditions (two R
 // peaks and a heart rate of 30 to 220 bpm). The caller holds the HRV lock.
-HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, Periodogram* spectrum) {
+HrvFigures figures(const QrsResult& q, const Excerpt& span, Periodogram* spectrum) {
   HrvFigures f;
   f.span = span;
-  std::vector<std::int32_t> pos = positions_in(peaks, span);
+  std::vector<std::int32_t> pos = positions_in(q.r_peaks, span);
   f.beats = pos.size();
   const auto n = static_cast<std::int32_t>(pos.size()) - 1;
   if (n < 1) {
@@ -277,23 +305,40 @@ HrvFigures figures(const std::vector<std::int64_t>& peaks, const Excerpt& span, 
     f.not_computed = "longer than 200 hours, the longest series the library's HRV statistics hold";
     return f;
   }
-  std::int32_t status = 0;
-  calcHrv(pos.data(), n, kFs, f.time.data(), f.freq.data(), &status);
-  must(status != KELO_HRV_STATUS_NO_MEMORY);
-  f.computed = true;
-  f.spectrum = status == kSuccess;
-  f.status = status;
-  // Whether SDANN and the SDNN index were formed: calcStatNN marks them
-  // -1 when not (calcHrv turns the mark of SDANN into 0).
-  std::vector<char> annotations(static_cast<std::size_t>(n));
-  std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
   std::array<double, 7> raw{};
-  calcRR(pos.data(), n, kFs, annotations.data(), t.data(), rr.data());
-  calcStatNN(t.data(), rr.data(), annotations.data(), n, raw.data());
+  if (q.labels.empty()) {
+    std::int32_t status = 0;
+    calcHrv(pos.data(), n, kFs, f.time.data(), f.freq.data(), &status);
+    must(status != KELO_HRV_STATUS_NO_MEMORY);
+    f.status = status;
+    // Whether SDANN and the SDNN index were formed: calcStatNN marks them
+    // -1 when not (calcHrv turns the mark of SDANN into 0).
+    std::vector<char> annotations(static_cast<std::size_t>(n));
+    std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+    calcRR(pos.data(), n, kFs, annotations.data(), t.data(), rr.data());
+    calcStatNN(t.data(), rr.data(), annotations.data(), n, raw.data());
+    if (spectrum != nullptr) *spectrum = periodogram(pos);
+  } else {
+    // Every beat: HRV over the NN intervals of the span only.
+    const auto first = static_cast<std::size_t>(std::lower_bound(q.r_peaks.begin(), q.r_peaks.end(), span.start) -
+                                                q.r_peaks.begin());
+    const NnSeries series = nn_series(std::span(q.r_peaks).subspan(first, pos.size()),
+                                      std::span(q.labels).subspan(first, pos.size()));
+    const NnHrv h = hrv_over_nn(series);
+    f.time = h.time;
+    f.freq = h.freq;
+    f.status = h.status;
+    f.intervals = series.intervals;
+    f.excluded_intervals = series.excluded;
+    calcStatNN(series.t.data(), series.rr.data(), series.annotations.data(), static_cast<std::int32_t>(series.intervals),
+               raw.data());
+    if (spectrum != nullptr) *spectrum = periodogram_of(series.nn_t, series.nn_rr);
+  }
   must(!std::isnan(raw[0]));  // the NN/RR ratio of one interval or more is a number
+  f.computed = true;
+  f.spectrum = f.status == kSuccess;
   f.sdann_formed = raw[3] != -1.0;
   f.sdnn_index_formed = raw[4] != -1.0;
-  if (spectrum != nullptr) *spectrum = periodogram(pos);
   return f;
 }
 
@@ -326,7 +371,7 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
   r.long_term = options.long_term;
   const QrsResult& q = r.qrs;
   std::lock_guard guard(lock.mutex);
-  r.whole = figures(q.r_peaks, q.excerpt, options.periodograms ? &r.periodogram : nullptr);
+  r.whole = figures(q, q.excerpt, options.periodograms ? &r.periodogram : nullptr);
   // The status of the whole excerpt is the bridge's: without an accepted
   // heart rate that of the detection, and a clipped or irregular excerpt
   // says so whatever the HRV gave.
@@ -337,7 +382,7 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
 
   for (const Excerpt& span : spans(q.excerpt, kSegmentSamples, kSegmentSamples)) {
     if (options.periodograms) r.segment_periodograms.emplace_back();
-    r.segments.push_back(figures(q.r_peaks, span, options.periodograms ? &r.segment_periodograms.back() : nullptr));
+    r.segments.push_back(figures(q, span, options.periodograms ? &r.segment_periodograms.back() : nullptr));
   }
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) {
     double sum = 0.0;
@@ -351,7 +396,7 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
     r.segments_in_mean[i] = n;
     if (n > 0) r.segment_mean[i] = sum / static_cast<double>(n);
   }
-  for (const Excerpt& span : spans(q.excerpt, kHourSamples, kSegmentSamples)) r.hours.push_back(figures(q.r_peaks, span, nullptr));
+  for (const Excerpt& span : spans(q.excerpt, kHourSamples, kSegmentSamples)) r.hours.push_back(figures(q, span, nullptr));
   return r;
 }
 

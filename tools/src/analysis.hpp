@@ -15,6 +15,7 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "beats.hpp"
 #include "recording.hpp"
 #include "resample.hpp"
 
@@ -32,6 +33,12 @@ struct AnalysisSettings {
   // HRV: the Java bridge's analysis of 3 to 10 minutes (a longer excerpt
   // is cut to its first 10 minutes) instead of the long-term one.
   bool short_hrv = false;
+  // Every beat with its label, or the normal-shaped beats of detectWaves
+  // alone (see beats.hpp).
+  BeatsMode beats = BeatsMode::All;
+  // Validation: reference beats and detections before this time (s) are
+  // not scored (the detector still sees the whole excerpt).
+  double score_from_s = 0.0;
 };
 
 // A stretch of the 200 Hz recording.
@@ -115,6 +122,10 @@ struct QrsResult {
   std::vector<int> window_grades;
   std::vector<std::int64_t> r_peaks;  // 0-based sample numbers at 200 Hz in the whole recording
   std::optional<double> full_scale;   // as used; none: clipping not tested
+  // With all beats (beats == All), one label per R peak (kelo_detectBeats
+  // values); with the normal-shaped beats of detectWaves alone, empty.
+  BeatsMode beats = BeatsMode::Normal;
+  std::vector<int> labels;
 };
 
 // One detected beat as the outputs list it. The label is empty while
@@ -156,6 +167,9 @@ struct HrvFigures {
   // intervals; calcHrv reports an SDANN it cannot form as 0.
   bool sdann_formed = false;
   bool sdnn_index_formed = false;
+  // With all beats (HRV over NN intervals only): the RR intervals of the
+  // span, and those left out because a beat at either end is not normal.
+  std::optional<std::size_t> intervals, excluded_intervals;
 
   // The value of a figure when it was formed and is a number.
   std::optional<double> time_value(std::size_t i) const;
@@ -228,10 +242,13 @@ struct Validation {
   std::vector<std::string> reference_symbols;
   std::vector<double> detected_s;
   MatchResult match;
+  double score_from_s = 0.0;  // beats before this time were not scored
+  ClassCounts classes;        // the reference beats by class, and how many were matched
 };
 
 // Compares the R peaks of `qrs` with the reference beats that lie inside
-// its excerpt.
-Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference);
+// its excerpt, from settings.score_from_s on.
+Validation validate(const Prepared& prepared, const QrsResult& qrs, const ReferenceBeats& reference,
+                    double score_from_s = 0.0);
 
 }  // namespace keloecg

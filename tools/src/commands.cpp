@@ -56,16 +56,23 @@ std::string dump(const Json& j) { return j.dump(2) + "\n"; }
 
 // The detected beats as a WFDB annotation file (MIT format) numbered at
 // the recording's own rate, so that WFDB tools read them beside the
-// record. A beat whose label is not known is written N, as WFDB's own
-// detectors write the beats they do not classify.
+// record. A normal beat, and one whose label is not known (--beats normal
+// gives the normal-shaped beats alone), is written N. The other labels
+// (wide, premature, unknown) say nothing of where a beat arose, which the
+// format's beat codes do: those beats are written Q, unclassifiable, with
+// the label as the annotation's text.
 void write_beat_annotations(const CommonOptions& o, const Prepared& p, const QrsResult& q) {
   if (o.annotations_out.empty()) return;
   std::vector<wfdb::Annotation> beats;
+  const std::string normal = label_name(kNormalBeat);
   for (const auto& b : beat_records(p, q)) {
     wfdb::Annotation a;
     a.sample = b.sample_original;
-    a.code = b.label.empty() ? 1 : wfdb::symbol_code(b.label);
-    if (a.code == 0) a.code = wfdb::symbol_code("Q");  // a label WFDB has no code for: unclassified
+    a.code = wfdb::symbol_code("N");
+    if (!b.label.empty() && b.label != normal) {
+      a.code = wfdb::symbol_code("Q");
+      a.aux = b.label;
+    }
     beats.push_back(a);
   }
   write_file_atomically(o.annotations_out, wfdb::encode_annotations(beats));
@@ -104,7 +111,7 @@ ValidationRun validation_run(const Prepared& p, const AnalysisSettings& s, const
   std::optional<ReferenceBeats> reference;
   if (ann) reference = load_reference_beats(*ann, p.recording.fs);
   run.qrs = run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s);
-  if (reference) run.validation = validate(p, run.qrs, *reference);
+  if (reference) run.validation = validate(p, run.qrs, *reference, s.score_from_s);
   return run;
 }
 
@@ -244,13 +251,17 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
       j["version"] = KELO_VERSION;
       j["match_window_ms"] = kMatchWindowSeconds * 1e3;
       j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
+      if (o.analysis.score_from_s > 0.0) j["score_from_s"] = o.analysis.score_from_s;
       j["records"] = Json::array();
       MatchCounts total;
+      ClassCounts classes;
       for (const auto& v : rows) {
         j["records"].push_back(validation_json(v));
         total += v.match.counts;
+        classes += v.classes;
       }
       j["total"] = counts_json(total);
+      j["total"]["classes"] = classes_json(classes);
       return j;
     }));
   } else if (o.csv) {

@@ -98,7 +98,11 @@ Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kin
 std::vector<BeatRecord> beat_records(const Prepared& p, const QrsResult& q) {
   std::vector<BeatRecord> out;
   out.reserve(q.r_peaks.size());
-  for (auto s : q.r_peaks) out.push_back({s, p.map.to_original(s), static_cast<double>(s) / kAnalysisRate, ""});
+  for (std::size_t i = 0; i < q.r_peaks.size(); ++i) {
+    const auto s = q.r_peaks[i];
+    out.push_back({s, p.map.to_original(s), static_cast<double>(s) / kAnalysisRate,
+                   i < q.labels.size() ? label_name(q.labels[i]) : ""});
+  }
   return out;
 }
 
@@ -132,14 +136,15 @@ std::string window_grade_text(int grade) {
   }
 }
 
-Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeats& reference) {
+Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeats& reference, double score_from_s) {
   Validation v;
   v.record = p.recording.name;
   v.annotations = reference.path;
   v.excerpt = qrs.excerpt;
+  v.score_from_s = score_from_s;
   // The excerpt covers [start, end) at 200 Hz; a reference beat belongs to
-  // it when its time falls inside.
-  const double from = qrs.excerpt.start_s();
+  // it when its time falls inside (and is not before score_from_s).
+  const double from = std::max(qrs.excerpt.start_s(), score_from_s);
   const double to = static_cast<double>(qrs.excerpt.end()) / kAnalysisRate;
   for (std::size_t i = 0; i < reference.samples.size(); ++i) {
     const double t = reference.time_s(i);
@@ -149,8 +154,12 @@ Validation validate(const Prepared& p, const QrsResult& qrs, const ReferenceBeat
     }
   }
   v.detected_s.reserve(qrs.r_peaks.size());
-  for (auto peak : qrs.r_peaks) v.detected_s.push_back(static_cast<double>(peak) / kAnalysisRate);
+  for (auto peak : qrs.r_peaks) {
+    const double t = static_cast<double>(peak) / kAnalysisRate;
+    if (t >= score_from_s) v.detected_s.push_back(t);
+  }
   v.match = match_beats(v.reference_s, v.detected_s);
+  v.classes = class_counts(v.reference_symbols, v.match);
   return v;
 }
 

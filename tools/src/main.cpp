@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 
+#include "beats.hpp"
 #include "commands.hpp"
 #include "errors.hpp"
 #include "memory_reserve.hpp"
@@ -22,6 +23,7 @@ struct CommonFlags {
   CLI::Option* duration = nullptr;
   CLI::Option* segment = nullptr;
   double fs_value = 0, full_scale_value = 0, duration_value = 0, segment_minutes = 10;
+  std::string beats = "all";
 };
 
 // Option checks whose messages say what is wanted (CLI11's own range
@@ -83,6 +85,14 @@ void add_common(CLI::App* cmd, CommonOptions& o, CommonFlags& f, bool outputs) {
                                  "file's ADC or physical range; unknown for text and raw input)")
                      ->check(number_in(1e-9, 1e12, "a full scale in mV (a positive number)"))
                      ->group("Analysis");
+  // Default all: the beat list is complete and HRV leaves out the
+  // intervals next to ectopic beats; normal gives the Java bridge's beats.
+  cmd->add_option("--beats", f.beats,
+                  "Beats to use: all (every beat, labelled normal, wide, premature or unknown; HRV over NN "
+                  "intervals only) or normal (the normal-shaped beats of detectWaves, as the Java bridge)")
+      ->check(CLI::IsMember({"all", "normal"}))
+      ->capture_default_str()
+      ->group("Analysis");
   cmd->add_option("--window", o.analysis.window_s, "Length of a quality window in seconds")
       ->check(CLI::Range(1, 86400))
       ->capture_default_str()
@@ -115,11 +125,20 @@ void apply(const CommonFlags& f, CommonOptions& o) {
   if (f.full_scale->count()) o.analysis.full_scale = f.full_scale_value;
   if (f.duration->count()) o.analysis.duration_s = f.duration_value;
   o.analysis.segment_s = f.segment_minutes * 60.0;
+  o.analysis.beats = *keloecg::parse_beats_mode(f.beats);
+}
+
+void add_from(CLI::App* cmd, CommonOptions& o) {
+  cmd->add_option("--from", o.analysis.score_from_s,
+                  "Score only the beats from this second of the recording on (300: after a 5-minute learning "
+                  "period, as EC57 scores)")
+      ->check(number_in(0.0, 1e12, "a time in seconds (0 or more)"))
+      ->group("Validation");
 }
 
 constexpr const char* kAnnotationsOut =
     "Also write the detected beats to this WFDB annotation file (MIT format, sample numbers at the "
-    "recording's own rate, beats labelled N)";
+    "recording's own rate; normal beats N, the others Q with their label as text)";
 
 constexpr const char* kFooter =
     "Without FILE, a command runs on the bundled recording (5 minutes of MIT-BIH record 100).\n"
@@ -186,6 +205,7 @@ int main(int argc, char** argv) {
                        "Reference annotations, one per FILE: a WFDB annotation file, or text lines \"sample "
                        "[symbol]\" numbered at the recording's rate (default: REC.atr or STEM.beats.txt next to it)")
       ->group("Input");
+  add_from(validate, o);
   validate->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(at_least_one());
   validate->add_option("-o,--output", o.output, "Write to this file instead of standard output")->group("Output");
 
@@ -196,6 +216,7 @@ int main(int argc, char** argv) {
   batch->add_option("-j,--jobs", jobs, "Recordings analysed at once")->capture_default_str()->check(at_least_one());
   add_common(batch, o, batch_flags, false);
   batch->add_flag("--short", o.analysis.short_hrv, "HRV by the Java bridge's analysis of 3 to 10 minutes")->group("Analysis");
+  add_from(batch, o);
 
   // A first word that is neither an option nor a command is named as such
   // (the parser would only say that a command is required).

@@ -1,5 +1,6 @@
 #include "output.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -67,7 +68,30 @@ std::string grade_text(const QrsResult& q) {
 
 std::string span_text(const Excerpt& e) { return clock_text(e.start_s()) + " to " + clock_text(e.end_s()); }
 
+std::string labels_summary(const std::vector<int>& labels) {
+  std::map<int, std::size_t> counts;
+  for (int l : labels) ++counts[l];
+  std::string out;
+  for (const auto& [label, n] : counts) out += (out.empty() ? "" : ", ") + std::to_string(n) + " " + label_name(label);
+  return out;
+}
+
 }  // namespace
+
+Json label_counts_json(const std::vector<int>& labels) {
+  Json j = Json::object();
+  for (int l : {1, 2, 3, 4}) j[label_name(l)] = std::count(labels.begin(), labels.end(), l);
+  return j;
+}
+
+Json classes_json(const ClassCounts& c) {
+  Json j = Json::object();
+  for (std::size_t k = 0; k < kBeatClasses.size(); ++k) {
+    j[kBeatClasses[k]] = json_object(
+        {{"reference_beats", c.references[k]}, {"tp", c.matched[k]}, {"sensitivity", nullable(c.sensitivity(k))}});
+  }
+  return j;
+}
 
 std::string number(double v, int significant) {
   if (std::isnan(v)) return "NaN";
@@ -119,6 +143,8 @@ Json settings_json(const AnalysisSettings& s) {
   j["window_s"] = s.window_s;
   j["segment_s"] = s.segment_s;
   j["short_hrv"] = s.short_hrv;
+  j["beats"] = beats_mode_name(s.beats);
+  if (s.score_from_s > 0.0) j["score_from_s"] = s.score_from_s;
   return j;
 }
 
@@ -169,6 +195,12 @@ Json qrs_json(const Prepared& p, const QrsResult& q) {
   peaks["sample_200hz"] = std::move(at200);
   peaks["sample_original"] = std::move(original);
   peaks["time_s"] = std::move(times);
+  if (q.beats == BeatsMode::All) {
+    Json labels = Json::array();
+    for (int l : q.labels) labels.push_back(label_name(l));
+    peaks["label"] = std::move(labels);
+    peaks["label_counts"] = label_counts_json(q.labels);
+  }
   j["r_peaks"] = std::move(peaks);
   return j;
 }
@@ -185,6 +217,11 @@ Json figures_json(const HrvFigures& f) {
   Json time = Json::object(), freq = Json::object();
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) time[kTimeFields[i]] = nullable(f.time_value(i));
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) freq[kFreqFields[i]] = nullable(f.freq_value(i));
+  if (f.intervals) {
+    // Every beat: HRV over NN intervals only.
+    j["intervals"] = *f.intervals;
+    j["excluded_intervals"] = *f.excluded_intervals;
+  }
   j["time_domain"] = std::move(time);
   j["frequency_domain"] = std::move(freq);
   j["ulf_meaningful"] = f.ulf_meaningful();
@@ -250,6 +287,8 @@ Json validation_json(const Validation& v) {
   const Json counts = counts_json(v.match.counts);
   for (const auto& [key, value] : counts.items()) j[key] = value;
   j["mean_abs_offset_ms"] = v.match.mean_abs_offset_s * 1e3;
+  if (v.score_from_s > 0.0) j["score_from_s"] = v.score_from_s;
+  j["classes"] = classes_json(v.classes);
   return j;
 }
 
@@ -306,7 +345,12 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   } else {
     out << "none (fewer than two R peaks)\n";
   }
-  out << "R peaks     " << q.r_peaks.size() << (beats_listed ? "" : " (listed by keloecg qrs, or with --json or --csv)") << "\n";
+  std::vector<std::string> notes;
+  if (!q.labels.empty()) notes.push_back(labels_summary(q.labels));
+  if (!beats_listed) notes.emplace_back("listed by keloecg qrs, or with --json or --csv");
+  out << "R peaks     " << q.r_peaks.size();
+  for (std::size_t i = 0; i < notes.size(); ++i) out << (i == 0 ? " (" : "; ") << notes[i];
+  out << (notes.empty() ? "" : ")") << "\n";
   out << "Grade       ";
   if (graded(q)) {
     out << q.excerpt_grade << " " << excerpt_grade_text(q.excerpt_grade);
@@ -351,11 +395,13 @@ std::string beats_text(const Prepared& p, const QrsResult& q) {
   out << "\nR peaks (0-based sample numbers of the whole recording)\n";
   out << pad("#", 7, true) << pad("time", 13, true) << pad("@200 Hz", 10, true);
   if (p.resampled()) out << pad("@" + number(p.recording.fs) + " Hz", 11, true);
+  if (!q.labels.empty()) out << "  label";
   out << "\n";
   std::size_t i = 0;
   for (const auto& b : beat_records(p, q)) {
     out << pad(std::to_string(++i), 7, true) << pad(clock_text(b.time_s, 3), 13, true) << pad(std::to_string(b.sample), 10, true);
     if (p.resampled()) out << pad(std::to_string(b.sample_original), 11, true);
+    if (!b.label.empty()) out << "  " << b.label;
     out << "\n";
   }
   return out.str();
@@ -459,6 +505,10 @@ std::string hrv_text(const HrvResult& h) {
     out << "            not computed: " << f.not_computed << "\n";
     return out.str();
   }
+  if (f.intervals) {
+    out << "NN          " << *f.intervals - *f.excluded_intervals << " of " << *f.intervals
+        << " RR intervals; left out: " << *f.excluded_intervals << " next to a beat not labelled normal\n";
+  }
   out << "Time domain\n";
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) figure_line(out, kTimeFields[i], kTimeLabels[i], time_reading(f, i));
   out << "Frequency domain (Lomb periodogram of " << (h.long_term ? "the whole excerpt" : "the excerpt") << ")\n";
@@ -490,25 +540,34 @@ std::string hrv_text(const HrvResult& h) {
 
 std::string validation_text(const std::vector<Validation>& rows) {
   std::ostringstream out;
-  auto line = [&](const std::string& name, const MatchCounts& c) {
+  auto line = [&](const std::string& name, const MatchCounts& c, const ClassCounts& k) {
     out << pad(name, 12) << pad(std::to_string(c.references()), 9, true) << pad(std::to_string(c.detections()), 9, true)
         << pad(std::to_string(c.true_positives), 9, true) << pad(std::to_string(c.false_negatives), 7, true)
         << pad(std::to_string(c.false_positives), 7, true) << pad(percent(c.sensitivity()), 9, true)
-        << pad(percent(c.positive_predictivity()), 9, true) << pad(percent(c.f1()), 9, true) << "\n";
+        << pad(percent(c.positive_predictivity()), 9, true) << pad(percent(c.f1()), 9, true);
+    for (std::size_t i = 0; i < kBeatClasses.size(); ++i) out << pad(percent(k.sensitivity(i)), 9, true);
+    out << "\n";
   };
   out << pad("record", 12) << pad("ref", 9, true) << pad("detected", 9, true) << pad("TP", 9, true)
       << pad("FN", 7, true) << pad("FP", 7, true) << pad("Se %", 9, true) << pad("+P %", 9, true)
-      << pad("F1 %", 9, true) << "\n";
+      << pad("F1 %", 9, true);
+  for (auto c : kBeatClasses) out << pad(std::string("Se ") + c + " %", 9, true);
+  out << "\n";
   MatchCounts total;
+  ClassCounts classes;
   for (const auto& v : rows) {
-    line(v.record, v.match.counts);
+    line(v.record, v.match.counts, v.classes);
     total += v.match.counts;
+    classes += v.classes;
   }
   if (rows.size() > 1) {
-    out << std::string(80, '-') << "\n";
-    line("total", total);
+    out << std::string(125, '-') << "\n";
+    line("total", total, classes);
   }
-  out << "(beats matched within 150 ms; Se sensitivity, +P positive predictivity)\n";
+  out << "(beats matched within 150 ms; Se sensitivity, +P positive predictivity; Se by reference class:\n"
+         " N = N L R e j, S = A a J S, V = V E, F = F, Q = / f Q ?";
+  if (!rows.empty() && rows.front().score_from_s > 0.0) out << "; scored from " << number(rows.front().score_from_s) << " s";
+  out << ")\n";
   return out.str();
 }
 
@@ -529,7 +588,7 @@ std::string csv_line(const std::vector<std::string>& fields) {
 }
 
 std::string beats_csv(const Prepared& p, const QrsResult& q) {
-  std::string out = csv_line({"beat", "time_s", "sample_200hz", "sample_original", "rr_s", "window", "window_grade",
+  std::string out = csv_line({"beat", "time_s", "sample_200hz", "sample_original", "label", "rr_s", "window", "window_grade",
                               "window_grade_text", "excerpt_start_s", "excerpt_end_s", "status", "status_text",
                               "heart_rate_bpm", "excerpt_grade", "excerpt_grade_text"});
   const std::vector<std::string> excerpt = {csv_number(q.excerpt.start_s()), csv_number(q.excerpt.end_s()),
@@ -538,7 +597,7 @@ std::string beats_csv(const Prepared& p, const QrsResult& q) {
                                             grade_text(q)};
   const auto records = beat_records(p, q);
   if (records.empty()) {
-    std::vector<std::string> row(8, "");
+    std::vector<std::string> row(9, "");
     row.insert(row.end(), excerpt.begin(), excerpt.end());
     return out + csv_line(row);
   }
@@ -550,7 +609,7 @@ std::string beats_csv(const Prepared& p, const QrsResult& q) {
     std::int64_t w = q.window_grades.size() == 1 ? 0 : (b.sample - q.excerpt.start) / length;
     const bool graded_window = w < static_cast<std::int64_t>(q.window_grades.size());
     std::vector<std::string> row = {
-        std::to_string(i + 1), csv_number(b.time_s), std::to_string(b.sample), std::to_string(b.sample_original),
+        std::to_string(i + 1), csv_number(b.time_s), std::to_string(b.sample), std::to_string(b.sample_original), b.label,
         i == 0 ? "" : csv_number(static_cast<double>(b.sample - records[i - 1].sample) / kAnalysisRate),
         graded_window ? std::to_string(w + 1) : "",
         graded_window ? std::to_string(q.window_grades[static_cast<std::size_t>(w)]) : "",
@@ -568,6 +627,8 @@ std::vector<std::string> figures_header() {
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) h.push_back(time_column(i));
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) h.push_back(freq_column(i));
   h.emplace_back("ulf_meaningful");
+  h.emplace_back("nn_intervals");  // with all beats: the intervals HRV used, and those left out
+  h.emplace_back("excluded_intervals");
   return h;
 }
 
@@ -577,6 +638,8 @@ std::vector<std::string> figures_row(const HrvFigures& f) {
   for (std::size_t i = 0; i < kTimeFields.size(); ++i) row.push_back(csv_number(f.time_value(i)));
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) row.push_back(csv_number(f.freq_value(i)));
   row.emplace_back(f.ulf_meaningful() ? "true" : "false");
+  row.push_back(f.intervals ? std::to_string(*f.intervals - *f.excluded_intervals) : "");
+  row.push_back(f.excluded_intervals ? std::to_string(*f.excluded_intervals) : "");
   return row;
 }
 
@@ -597,9 +660,10 @@ std::string hrv_csv(const HrvResult& h) {
     HrvFigures mean;
     mean.span = {h.segments.front().span.start, h.segments.back().span.end() - h.segments.front().span.start};
     std::vector<std::string> row = figures_row(mean);
-    std::fill(row.begin() + 3, row.end() - 1, "");
-    for (std::size_t i = 0; i < kFreqFields.size(); ++i) row[6 + kTimeFields.size() + i] = csv_number(h.segment_mean[i]);
-    row.back() = "false";
+    const std::size_t freq_at = 6 + kTimeFields.size();
+    std::fill(row.begin() + 3, row.end(), "");
+    for (std::size_t i = 0; i < kFreqFields.size(); ++i) row[freq_at + i] = csv_number(h.segment_mean[i]);
+    row[freq_at + kFreqFields.size()] = "false";  // ulf_meaningful
     line("mean of 5-minute segments", std::to_string(h.segments.size()), row);
   }
   for (std::size_t k = 0; k < h.hours.size(); ++k) line("hour", std::to_string(k + 1), figures_row(h.hours[k]));
@@ -618,6 +682,9 @@ std::vector<std::string> summary_header() {
   h.emplace_back("segments_5min");
   for (std::size_t i = 0; i < kFreqFields.size(); ++i) h.push_back("mean_5min_" + freq_column(i));
   for (auto f : {"reference_beats", "tp", "fn", "fp", "sensitivity", "positive_predictivity", "f1"}) h.emplace_back(f);
+  // Added last, so that earlier columns keep their places.
+  for (auto f : {"beats", "hrv_intervals", "hrv_excluded_intervals"}) h.emplace_back(f);
+  for (auto c : kBeatClasses) h.push_back(std::string("sensitivity_") + c);
   return h;
 }
 
@@ -660,24 +727,34 @@ std::vector<std::string> summary_row(const std::string& file, const Prepared* p,
   } else {
     row.insert(row.end(), 7, "");
   }
+  row.push_back(qrs ? beats_mode_name(qrs->beats) : "");
+  row.push_back(hrv && hrv->whole.intervals ? std::to_string(*hrv->whole.intervals) : "");
+  row.push_back(hrv && hrv->whole.excluded_intervals ? std::to_string(*hrv->whole.excluded_intervals) : "");
+  for (std::size_t i = 0; i < kBeatClasses.size(); ++i) row.push_back(v ? csv_number(v->classes.sensitivity(i)) : "");
   return row;
 }
 
 std::string validation_csv(const std::vector<Validation>& rows) {
-  std::string out = csv_line({"record", "reference_beats", "detected_beats", "tp", "fn", "fp", "sensitivity",
-                              "positive_predictivity", "f1"});
+  std::vector<std::string> header = {"record", "reference_beats", "detected_beats", "tp", "fn", "fp", "sensitivity",
+                                     "positive_predictivity", "f1"};
+  for (auto c : kBeatClasses) header.push_back(std::string("sensitivity_") + c);
+  std::string out = csv_line(header);
   MatchCounts total;
-  auto line = [&](const std::string& name, const MatchCounts& c) {
-    out += csv_line({name, std::to_string(c.references()), std::to_string(c.detections()),
-                     std::to_string(c.true_positives), std::to_string(c.false_negatives),
-                     std::to_string(c.false_positives), csv_number(c.sensitivity()),
-                     csv_number(c.positive_predictivity()), csv_number(c.f1())});
+  ClassCounts classes;
+  auto line = [&](const std::string& name, const MatchCounts& c, const ClassCounts& k) {
+    std::vector<std::string> row = {name, std::to_string(c.references()), std::to_string(c.detections()),
+                                    std::to_string(c.true_positives), std::to_string(c.false_negatives),
+                                    std::to_string(c.false_positives), csv_number(c.sensitivity()),
+                                    csv_number(c.positive_predictivity()), csv_number(c.f1())};
+    for (std::size_t i = 0; i < kBeatClasses.size(); ++i) row.push_back(csv_number(k.sensitivity(i)));
+    out += csv_line(row);
   };
   for (const auto& v : rows) {
-    line(v.record, v.match.counts);
+    line(v.record, v.match.counts, v.classes);
     total += v.match.counts;
+    classes += v.classes;
   }
-  if (rows.size() > 1) line("total", total);
+  if (rows.size() > 1) line("total", total, classes);
   return out;
 }
 

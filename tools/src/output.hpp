@@ -32,6 +32,8 @@ Json qrs_json(const Prepared& p, const QrsResult& q);
 Json hrv_json(const HrvResult& h);  // the HRV part only (the R peaks are in qrs_json)
 Json figures_json(const HrvFigures& f);
 Json counts_json(const MatchCounts& c);
+Json classes_json(const ClassCounts& c);
+Json label_counts_json(const std::vector<int>& labels);  // beats per label name
 Json validation_json(const Validation& v);
 
 // The document of one recording as `keloecg qrs|hrv --json` prints it and

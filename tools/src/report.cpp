@@ -172,6 +172,10 @@ Json periodogram_json(const Periodogram& pg) {
 void beat_data(const QrsResult& q, const BeatReview& review, const Validation* validation, Json& data) {
   std::vector<std::int32_t> samples(q.r_peaks.begin(), q.r_peaks.end());
   data["beats"] = json_object({{"sample", typed_base64(samples)}, {"count", samples.size()}});
+  if (!q.labels.empty()) {
+    const std::vector<std::uint8_t> labels(q.labels.begin(), q.labels.end());
+    data["beats"]["label"] = typed_base64(labels);
+  }
   std::vector<std::uint8_t> classes(review.classes.begin(), review.classes.end());
   data["review"] = json_object({{"classes", typed_base64(classes)}, {"rr_removed", review.rr_removed}});
   if (!validation) {
@@ -208,7 +212,9 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   data["recording"] = recording_json(p);
   data["settings"] = settings_json(s);
   Json qrs = qrs_json(p, q);
-  qrs["r_peaks"] = json_object({{"count", q.r_peaks.size()}});  // the beats travel as typed arrays
+  // The beats travel as typed arrays.
+  qrs["r_peaks"] = json_object({{"count", q.r_peaks.size()}});
+  if (!q.labels.empty()) qrs["r_peaks"]["label_counts"] = label_counts_json(q.labels);
   data["qrs"] = std::move(qrs);
   data["hrv"] = hrv_json(hrv);
   beat_data(q, review, validation, data);

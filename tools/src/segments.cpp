@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <stdexcept>
 
 namespace keloecg {
 
@@ -124,6 +125,30 @@ std::vector<std::int64_t> join_segments(const SegmentPlan& plan, const std::vect
   out.insert(out.end(), extra.begin(), extra.end());
   std::sort(out.begin(), out.end());
   out.erase(std::unique(out.begin(), out.end()), out.end());
+  return out;
+}
+
+std::vector<int> joined_labels(const SegmentPlan& plan, const std::vector<std::vector<std::int64_t>>& beats,
+                               const std::vector<std::vector<int>>& labels, std::span<const std::int64_t> joined) {
+  const auto& segs = plan.segments;
+  std::vector<int> out;
+  out.reserve(joined.size());
+  for (const std::int64_t b : joined) {
+    const auto holder = std::upper_bound(segs.begin(), segs.end(), b,
+                                         [](std::int64_t v, const DetectionSegment& s) { return v < s.core_start; });
+    const std::size_t k = holder == segs.begin() ? 0 : static_cast<std::size_t>(holder - segs.begin()) - 1;
+    std::optional<int> label;
+    for (const std::size_t c : {k, k - 1, k + 1}) {  // k - 1 wraps past the end for k == 0
+      if (c >= beats.size()) continue;
+      const auto it = std::lower_bound(beats[c].begin(), beats[c].end(), b);
+      if (it != beats[c].end() && *it == b) {
+        label = labels[c][static_cast<std::size_t>(it - beats[c].begin())];
+        break;
+      }
+    }
+    if (!label) throw std::logic_error("a joined beat that no segment found");
+    out.push_back(*label);
+  }
   return out;
 }
 

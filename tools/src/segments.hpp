@@ -62,6 +62,12 @@ struct Seam {
 std::vector<std::int64_t> join_segments(const SegmentPlan& plan, const std::vector<std::vector<std::int64_t>>& beats,
                                         std::vector<Seam>& seams);
 
+// The label of each beat of `joined` (a list join_segments made from
+// `beats`): the one the segment whose core holds the beat gave it, or
+// else a neighbouring segment that found it.
+std::vector<int> joined_labels(const SegmentPlan& plan, const std::vector<std::vector<std::int64_t>>& beats,
+                               const std::vector<std::vector<int>>& labels, std::span<const std::int64_t> joined);
+
 // The grades detectWaves gives, formed over given beats: the excerpt grade
 // (1 usable, 2 clipped: a sample beyond 0.97 * full_scale, 3 irregular: the
 // standard deviation of the RR intervals above a quarter of their mean)

@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# Usage: tools/validation/run-validation.sh [DATA_DIR] [OUT_DIR]
+# Usage: tools/validation/run-validation.sh [DATA_DIR] [OUT_DIR] [KELOECG OPTION]...
 #
 # Runs `keloecg validate` on every annotated recording of DATA_DIR (default
 # ../shared/data: mitdb/*.hea, nstdb/*.hea, mitdb-200hz/*.f32), then
 # `keloecg batch` over the same recordings, checks that both give the same
 # beat-by-beat figures, and prints the per-record tables in Markdown (the
-# content of docs/validation.md).
+# content of docs/validation.md). The options go to both runs, for example
+# `--beats normal` or `--beats all --from 300`.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 data=${1:-../shared/data}
 out=${2:-build/validation}
+shift $(( $# < 2 ? $# : 2 ))
+options=("$@")
 bin=build/default/tools/keloecg
 [ -x "$bin" ] || scripts/build default >&2
 mkdir -p "$out"
@@ -19,7 +22,7 @@ for s in mitdb nstdb mitdb-200hz; do
   [ -d "$data/$s" ] || continue
   if [ "$s" = mitdb-200hz ]; then files=("$data/$s"/*.f32); else files=("$data/$s"/*.hea); fi
   echo "validate: $s (${#files[@]} records)" >&2
-  "$bin" validate --csv "${files[@]}" > "$out/$s.csv"
+  "$bin" validate --csv "${options[@]}" "${files[@]}" > "$out/$s.csv"
   sets+=("$s")
 done
 
@@ -27,7 +30,7 @@ echo "batch: ${sets[*]}" >&2
 dirs=()
 for s in "${sets[@]}"; do dirs+=("$data/$s"); done
 rm -rf "$out/batch"
-"$bin" batch "${dirs[@]}" --out "$out/batch" > "$out/batch.txt"
+"$bin" batch "${options[@]}" "${dirs[@]}" --out "$out/batch" > "$out/batch.txt"
 
 # The batch summary holds the same counts, record by record, in the same
 # order (folders are read in sorted order, as the shell sorts the globs).
@@ -46,10 +49,12 @@ for s in "${sets[@]}"; do
   echo
   echo "### $s"
   echo
-  echo "| record | reference beats | detected | TP | FN | FP | Se % | +P % | F1 % |"
-  echo "| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |"
-  awk -F, 'NR > 1 {
+  echo "| record | reference beats | detected | TP | FN | FP | Se % | +P % | F1 % | Se N % | Se S % | Se V % | Se F % | Se Q % |"
+  echo "| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |"
+  awk -F, 'function pc(v) { return v == "" ? "-" : sprintf("%.2f", 100 * v) }
+    NR > 1 {
       name = ($1 == "total") ? "**total**" : $1
-      printf "| %s | %d | %d | %d | %d | %d | %.2f | %.2f | %.2f |\n", name, $2, $3, $4, $5, $6, 100*$7, 100*$8, 100*$9
+      printf "| %s | %d | %d | %d | %d | %d | %s | %s | %s | %s | %s | %s | %s | %s |\n", name, $2, $3, $4, $5, $6,
+        pc($7), pc($8), pc($9), pc($10), pc($11), pc($12), pc($13), pc($14)
     }' "$out/$s.csv"
 done

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "beat_match.hpp"
+#include "beats.hpp"
 #include "detect/detector.hpp"
 #include "detect/labelled_beats.hpp"
 #include "keloecgsolver/rt_nonfinite.h"
@@ -26,14 +27,6 @@ using kelo::beats::Label;
 
 constexpr double kFs = 200.0;
 const char* const kClasses = "NSVFQ";
-
-int aami_class(const std::string& s) {
-  if (s == "N" || s == "L" || s == "R" || s == "e" || s == "j") return 0;
-  if (s == "A" || s == "a" || s == "J" || s == "S") return 1;
-  if (s == "V" || s == "E") return 2;
-  if (s == "F") return 3;
-  return 4;
-}
 
 struct Record {
   std::string name;
@@ -86,7 +79,7 @@ Score score(const Record& r, const kelo::beats::Tuning& t, double from, bool nor
   s.counts = m.counts;
   std::ostringstream out;
   for (std::size_t i = 0; i < ref.size(); ++i) {
-    const int c = aami_class(sym[i]);
+    const int c = static_cast<int>(keloecg::beat_class(sym[i]));
     ++s.classRefs[c];
     if (m.reference_match[i] >= 0) {
       ++s.classHits[c];
