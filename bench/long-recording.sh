@@ -39,7 +39,11 @@ measure "hrv five.hea (a 5-minute file)" hrv five.hea
 measure "hrv --start 12:00:00 --duration 5:00 day.hea" hrv --start 43200 --duration 300 day.hea
 echo "report of 24 h at 200 Hz: $(($(stat -c %s report-day200.html) / 1024 / 1024)) MB"
 
-page="file://$dir/report-day200.html"
+# The page is measured in a copy with the self-check added (reports carry
+# none).
+{ echo "<script>"; cat "$root/tools/report/selftest.js"; echo "</script>"; } > selftest.html
+sed "/<head>/r selftest.html" report-day200.html > measured.html
+page="file://$dir/measured.html"
 selftest() {
   chromium --headless --no-sandbox --disable-gpu --user-data-dir="$dir/profile" --window-size=1400,2400 \
     --dump-dom "$1" 2>/dev/null | sed -n 's/.*<pre id="kelo-selftest" hidden="">\([^<]*\)<\/pre>.*/\1/p'

@@ -67,7 +67,8 @@ KELO_API void m_analyze_ecg_offline_r(emxArray_real_T* ecg, double fs, emxArray_
                    peaks the rhythm test cannot fail (grade 1 unless
                    clipped).
    windowQualities out: one grade per window: 0 usable, 3 fewer than two R
-                   peaks, 5 clipped, 6 irregular. There are
+                   peaks, 5 clipped, 6 irregular (the KELO_EXCERPT_* and
+                   KELO_WINDOW_* names of grades.h). There are
                    floor(N / fs / windowSeconds) windows of windowSeconds * fs
                    samples (a shorter tail is not graded), or a single window
                    over the whole excerpt when windowSeconds < 5, when the

@@ -21,10 +21,12 @@
 #include "keloecgsolver/classify.h"
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/heart_rate.h"
 #include "keloecgsolver/hrv.h"
 #include "keloecgsolver/kernels.h"
 #include "keloecgsolver/lifecycle.h"
 #include "keloecgsolver/rt_nonfinite.h"
+#include "keloecgsolver/version.h"
 
 #endif

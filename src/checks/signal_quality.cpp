@@ -8,24 +8,26 @@
 
 #include "checks/interval_stats.hpp"
 #include "keloecgsolver/checks.h"
+#include "keloecgsolver/grades.h"
 #include "runtime/boundary.hpp"
 #include "runtime/numeric.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace {
 
 constexpr std::size_t kLongLength = KELO_CHECK_LENGTH;
 constexpr std::size_t kShortLength = KELO_CHECK_SHORT_LENGTH;
 
-constexpr int32_t kUsable = 1;
-constexpr int32_t kClipped = 2;
-constexpr int32_t kIrregular = 3;
-constexpr int32_t kNotGraded = 0;  // a required array is missing, or memory ran out
+constexpr int32_t kUsable = KELO_EXCERPT_USABLE;
+constexpr int32_t kClipped = KELO_EXCERPT_CLIPPED;
+constexpr int32_t kIrregular = KELO_EXCERPT_IRREGULAR;
+constexpr int32_t kNotGraded = KELO_EXCERPT_NOT_GRADED;  // a required array is missing, or memory ran out
 
-// Clipping: a raw sample above this fraction of full scale.
-constexpr double kClipFraction = 0.97;
-// Irregular rhythm: interval standard deviation above this fraction of the
-// mean interval.
-constexpr double kIrregularFraction = 0.25;
+// Clipping: a raw sample (not its magnitude) above this fraction of full
+// scale. Irregular rhythm: interval standard deviation above this fraction
+// of the mean interval.
+using kelo::rules::kClipFraction;
+using kelo::rules::kIrregularFraction;
 
 // Work copies of one grading: the samples, the beats and their intervals.
 template <std::size_t Length>

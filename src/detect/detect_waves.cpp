@@ -8,10 +8,12 @@
 #include "detect/detector.hpp"
 #include "detect/window_quality.hpp"
 #include "keloecgsolver/detect.h"
+#include "keloecgsolver/grades.h"
 #include "runtime/boundary.hpp"
 #include "runtime/emx.hpp"
 #include "runtime/kernels.hpp"
 #include "runtime/numeric.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace kelo::detect {
 
@@ -28,10 +30,10 @@ std::vector<int32_t> rpeak_positions(std::span<const double> ecg, int32_t fs, si
 
 int32_t excerpt_grade(std::span<const double> ecg, double fullScale,
                       std::span<const int32_t> peaks) {
-  // Clipping first: a clipped excerpt is graded 2 whatever its rhythm.
-  if (largest_magnitude(ecg) > fullScale * 0.97) return 2;
-  if (irregular_rhythm(peaks)) return 3;
-  return 1;
+  // Clipping first: a clipped excerpt is graded clipped whatever its rhythm.
+  if (largest_magnitude(ecg) > fullScale * rules::kClipFraction) return KELO_EXCERPT_CLIPPED;
+  if (irregular_rhythm(peaks)) return KELO_EXCERPT_IRREGULAR;
+  return KELO_EXCERPT_USABLE;
 }
 
 }  // namespace kelo::detect

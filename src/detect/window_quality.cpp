@@ -5,9 +5,11 @@
 #include <cmath>
 #include <vector>
 
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/rt_nonfinite.h"
 #include "runtime/emx.hpp"
 #include "runtime/numeric.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace kelo::detect {
 
@@ -56,7 +58,7 @@ bool irregular_rhythm(std::span<const int32_t> peaks) {
   double squares = 0.0;
   for (int32_t v : rr) squares += rt_pow_snf(static_cast<double>(v) - mean, 2.0);
   const double spread = std::sqrt(1.0 / static_cast<double>(count - 2) * squares);
-  return spread > 0.25 * mean;
+  return spread > rules::kIrregularFraction * mean;
 }
 
 double window_count(int32_t n, int32_t fs, int32_t windowSeconds) {
@@ -77,7 +79,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
   const double windows = window_count(length, fs, windowSeconds);
   if (!resize_column(windowQualities, to_int32_sat(windows))) return;
   auto grades = elements(windowQualities);
-  std::fill(grades.begin(), grades.end(), 0);
+  std::fill(grades.begin(), grades.end(), KELO_WINDOW_USABLE);
 
   // The peaks of a window, in their order. detectWaves hands over an
   // ascending list, whose peaks of a window are one run found by binary
@@ -108,7 +110,7 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
 
     const std::span<const int32_t> inside = peaks_within(start, end);
     if (inside.size() < 2) {
-      grade = 3;
+      grade = KELO_WINDOW_TOO_FEW_BEATS;
       continue;
     }
 
@@ -119,10 +121,10 @@ void m_checkWindowQuality(const emxArray_real_T* ecg, int32_t fs, double fullSca
     std::span<const double> window;
     if (first <= last)
       window = samples.subspan(static_cast<std::size_t>(first - 1), static_cast<std::size_t>(last - first + 1));
-    if (largest_magnitude(window) > fullScale * 0.97)
-      grade = 5;
+    if (largest_magnitude(window) > fullScale * rules::kClipFraction)
+      grade = KELO_WINDOW_CLIPPED;
     else if (irregular_rhythm(inside))
-      grade = 6;
+      grade = KELO_WINDOW_IRREGULAR;
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 
 #include "keloecgsolver/detect.h"
 #include "keloecgsolver/emx_array.h"
@@ -13,23 +12,13 @@
 namespace kelo::jni {
 namespace {
 
-constexpr jint kRate = 200;  // the only rate the bridge analyses
+constexpr jint kRate = rules::kAnalysisRate;
+using rules::Int32Record;
+using rules::RealRecord;
 
-struct RealDeleter {
-  void operator()(emxArray_real_T* r) const { emxDestroyArray_real_T(r); }
-};
-struct Int32Deleter {
-  void operator()(emxArray_int32_T* r) const { emxDestroyArray_int32_T(r); }
-};
-using RealRecord = std::unique_ptr<emxArray_real_T, RealDeleter>;
-using Int32Record = std::unique_ptr<emxArray_int32_T, Int32Deleter>;
-
-// Quality windows: (excerpt seconds) / windowSeconds when the excerpt holds
-// at least one window of 5 s or more, else one window.
+// Quality windows of an excerpt of excerptLength samples at 200 Hz.
 jint window_count(int64_t excerptLength, jint windowSeconds) {
-  const int64_t seconds = excerptLength / kRate;
-  if (seconds >= windowSeconds && windowSeconds >= 5) return static_cast<jint>(seconds / windowSeconds);
-  return 1;
+  return static_cast<jint>(rules::window_count(excerptLength / kRate, windowSeconds));
 }
 
 // Beat-array length of a failed run. A rate of 0 or below would divide by
@@ -44,18 +33,10 @@ void fill_failed(RunOutcome& out, const RunLimits& limits, jint fs, jint windowC
   out.qualities.assign(static_cast<std::size_t>(windowCount), -1);
 }
 
-// A clipped or irregular excerpt is reported as such, overriding success,
-// a missing spectrum and a failed heart rate.
-jint apply_excerpt_grade(jint status, int32_t grade) {
-  if (grade == 2) return kClipped;
-  if (grade == 3) return kIrregular;
-  return status;
-}
-
 struct Detection {
   Int32Record peaks;     // 1-based positions in the excerpt
   Int32Record windows;   // window grades
-  int32_t grade = 1;     // 1 usable, 2 clipped, 3 irregular
+  int32_t grade = KELO_EXCERPT_USABLE;
   int32_t peakCount = 0;
 };
 
@@ -79,7 +60,7 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
                    const RunLimits& limits) {
   RunOutcome out;
   if (args.ecg == nullptr) {
-    out.status = kNullRecording;
+    out.status = KELO_STATUS_NO_RECORDING;
     fill_failed(out, limits, args.fs, 1);
     return out;
   }
@@ -97,12 +78,13 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
   const jint windowCount = window_count(excerptLength, args.windowSeconds);
 
   if (!(args.startSecond >= 0 && args.startSecond < totalLength / kRate - 5 && args.fullScale > 0.0)) {
-    out.status = kBadStartOrScale;
+    out.status = KELO_STATUS_BAD_START_OR_SCALE;
   } else if (totalLength < limits.minLength || totalLength > limits.maxLength || args.fs != kRate) {
-    out.status = kBadLengthOrRate;
+    out.status = KELO_STATUS_BAD_LENGTH_OR_RATE;
   }
-  if (out.status != kOk || samples.data() == nullptr) {
-    if (out.status == kOk) out.status = kOutOfMemory;  // the JVM could not give the samples
+  if (out.status != KELO_STATUS_SUCCESS || samples.data() == nullptr) {
+    // Left at success, the JVM could not give the samples.
+    if (out.status == KELO_STATUS_SUCCESS) out.status = KELO_STATUS_OUT_OF_MEMORY;
     fill_failed(out, limits, args.fs, windowCount);
     return out;
   }
@@ -115,22 +97,22 @@ RunOutcome analyse(JNIEnv* env, const Progress& progress, const RunArguments& ar
     calcHRvar_initialize();
     out.heartRate = calcHRvar(d.peaks.get(), d.peakCount, kRate);
     calcHRvar_terminate();
-    if (out.heartRate >= 30.0 && out.heartRate <= 220.0) {
+    if (rules::heart_rate_accepted(out.heartRate)) {
       if (limits.hrv)
         calcHrv(d.peaks->data, d.peakCount - 1, args.fs, out.timeResults.data(),
                 out.freqResults.data(), &out.status);
-      out.status = apply_excerpt_grade(out.status, d.grade);
+      out.status = rules::status_after_grade(out.status, d.grade);
     } else {
-      out.status = kNoUsableBeats;
+      out.status = KELO_STATUS_NO_USABLE_BEATS;
       out.heartRate = 0.0;
     }
   } else {
-    out.status = kNoUsableBeats;
+    out.status = KELO_STATUS_NO_USABLE_BEATS;
   }
 
-  if (out.status == kNoUsableBeats) {
-    out.status = apply_excerpt_grade(out.status, d.grade);
-    if (out.status == kNoUsableBeats) {
+  if (out.status == KELO_STATUS_NO_USABLE_BEATS) {
+    out.status = rules::status_after_grade(out.status, d.grade);
+    if (out.status == KELO_STATUS_NO_USABLE_BEATS) {
       fill_failed(out, limits, args.fs, windowCount);
       return out;
     }

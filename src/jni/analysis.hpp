@@ -9,20 +9,22 @@
 #include <vector>
 
 #include "jni/sealing_frame.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace kelo::jni {
 
-// Status codes of the result's "error" field.
+// Status codes of the result's "error" field: the KELO_STATUS_* codes of
+// keloecgsolver/grades.h.
 enum Status : jint {
-  kOk = 0,
-  kNullRecording = 1,
-  kBadLengthOrRate = 2,
-  kNoUsableBeats = 3,
-  kNoSpectrum = 4,
-  kClipped = 5,
-  kIrregular = 6,
-  kBadStartOrScale = 7,
-  kOutOfMemory = 8,  // the analysis ran out of memory (native, or Java for the samples)
+  kOk = KELO_STATUS_SUCCESS,
+  kNullRecording = KELO_STATUS_NO_RECORDING,
+  kBadLengthOrRate = KELO_STATUS_BAD_LENGTH_OR_RATE,
+  kNoUsableBeats = KELO_STATUS_NO_USABLE_BEATS,
+  kNoSpectrum = KELO_STATUS_NO_SPECTRUM,
+  kClipped = KELO_STATUS_CLIPPED,
+  kIrregular = KELO_STATUS_IRREGULAR,
+  kBadStartOrScale = KELO_STATUS_BAD_START_OR_SCALE,
+  kOutOfMemory = KELO_STATUS_OUT_OF_MEMORY,  // the analysis ran out of memory (native, or Java for the samples)
 };
 
 // The Java samples, pinned or copied by the JVM, released (without copying
@@ -58,11 +60,13 @@ struct RunLimits {
   bool hrv;              // compute the variability statistics
 };
 
-inline constexpr RunLimits kQrsLimits{3000, 120000, 55, 3000, false};
-inline constexpr RunLimits kHrvLimits{36000, 120000, 200, 36000, true};
+inline constexpr RunLimits kQrsLimits{rules::kQrsMinSamples, rules::kMaxSamples, 55, 3000, false};
+inline constexpr RunLimits kHrvLimits{rules::kHrvMinSamples, rules::kMaxSamples, 200, 36000, true};
 
+// The result's "error" field is one of the KELO_STATUS_* codes of
+// keloecgsolver/grades.h.
 struct RunOutcome {
-  jint status = kOk;
+  jint status = KELO_STATUS_SUCCESS;
   jdouble heartRate = 0.0;
   std::vector<jint> beats;      // 0-based R peaks in the whole recording, then -1
   std::vector<jint> qualities;  // window grades, or -1

@@ -17,8 +17,8 @@
 namespace kelo::jni {
 namespace {
 
-constexpr jint kRate = 200;
-constexpr jint kMinLength = 3000;
+constexpr jint kRate = rules::kAnalysisRate;
+constexpr jint kMinLength = rules::kQrsMinSamples;
 
 constexpr std::array<FieldSpec, 3> kBeatsFields = {{
     {"error", "I"},

@@ -18,6 +18,7 @@
 
 #include "jni/analysis.hpp"
 #include "jni/sealing_frame.hpp"
+#include "keloecgsolver/version.h"
 #include "runtime/boundary.hpp"
 
 namespace kelo::jni {
@@ -126,8 +127,8 @@ JNIEXPORT jobject JNICALL Java_com_kelo_kelosolver_NativeKELOecgSolver_runHRV(
 
 JNIEXPORT jstring JNICALL Java_com_kelo_kelosolver_NativeKELOecgSolver_getVersion(JNIEnv* env,
                                                                                   jobject /*self*/) {
-  char version[6];
-  std::memcpy(version, "1.4.0", sizeof version);
+  char version[sizeof KELOECGSOLVER_VERSION_STRING];
+  std::memcpy(version, KELOECGSOLVER_VERSION_STRING, sizeof version);
   return env->NewStringUTF(version);
 }
 

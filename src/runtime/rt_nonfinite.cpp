@@ -37,6 +37,8 @@ double from_words(uint32_t high, uint32_t low) {
 // while another reads, unless a caller has overwritten a constant.
 template <class T>
 void set_bits(T& constant, T value) {
+  // The bits, NaN payload and sign of zero included, are what is compared.
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (std::memcmp(&constant, &value, sizeof value) != 0) constant = value;
 }
 

@@ -28,7 +28,7 @@ static int in_this_library(void* address) {
 int main(void) {
   float yy[21] = {0}, x[5] = {0, 0, 1, 2, 3}, y[5] = {0, 1, 2, 1, 2}, wk1[129], wk2[129], prob = 0.0f;
   unsigned long nout = 1, jmax = 0;
-  void* self = dlopen("libkeloecgsolver.so", RTLD_NOW | RTLD_NOLOAD);
+  void* self = dlopen(KELO_LIBRARY_SONAME, RTLD_NOW | RTLD_NOLOAD);
   void (*own_error)(const char*) = NULL;
 
   check(dlsym(RTLD_DEFAULT, "error") != NULL && !in_this_library(dlsym(RTLD_DEFAULT, "error")),

@@ -30,13 +30,13 @@ const auto kBeats = kelo::test::regular_beats(100, 160, 37);
 TEST(Analysis, StatusesFollowTheBridge) {
   AnalysisSettings s;
   auto q = qrs(at_200({}), s);  // flat
-  EXPECT_EQ(q.status, kNoUsableBeats);
+  EXPECT_EQ(q.status, KELO_STATUS_NO_USABLE_BEATS);
   EXPECT_FALSE(q.heart_rate);
   EXPECT_EQ(q.window_grades, (std::vector<int>{3, 3, 3}));
 
   const auto clean = at_200(kBeats, 5.0);
   q = qrs(clean, s);
-  EXPECT_EQ(q.status, kSuccess);
+  EXPECT_EQ(q.status, KELO_STATUS_SUCCESS);
   EXPECT_EQ(q.heart_rate, 75.0);
   EXPECT_EQ(q.full_scale, 5.0);
   // A full scale of 0.5 mV makes the 1 mV R waves clipped: status 5, and
@@ -44,7 +44,7 @@ TEST(Analysis, StatusesFollowTheBridge) {
   s.full_scale = 0.5;
   q = qrs(clean, s);
   EXPECT_EQ(q.excerpt_grade, 2);
-  EXPECT_EQ(q.status, kClipped);
+  EXPECT_EQ(q.status, KELO_STATUS_CLIPPED);
   EXPECT_EQ(q.heart_rate, 75.0);
 
   // Positions count from the start of the recording, not of the excerpt.

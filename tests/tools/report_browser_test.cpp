@@ -37,10 +37,18 @@ kelo::test::Run browse(const std::vector<std::string>& args, const std::string& 
   return kelo::test::run_command(argv);
 }
 
-// The page's self-check, as the browser left it in the DOM; the page must
-// have finished its script without errors.
-json selftest(const std::string& url) {
-  const auto r = browse({"--dump-dom"}, url);
+// The self-check of a report (tools/report/selftest.js, which reports do
+// not carry), run in a copy of the page and read from the DOM the browser
+// leaves; `fragment` (#...) is added to the address.
+json selftest(const fs::path& page, const std::string& fragment = "") {
+  std::string html = kelo::test::read_file(page);
+  const auto head = html.find("<head>");
+  EXPECT_NE(head, std::string::npos);
+  if (head == std::string::npos) return json();
+  html.insert(head + 6, "\n<script>\n" + kelo::test::read_file(KELO_REPORT_SELFTEST) + "</script>");
+  const fs::path checked = page.parent_path() / (page.stem().string() + "-selftest.html");
+  kelo::test::write_text(checked, html);
+  const auto r = browse({"--dump-dom"}, "file://" + checked.string() + fragment);
   EXPECT_EQ(r.exit_code, 0) << r.err;
   const std::string open = "<pre id=\"kelo-selftest\" hidden=\"\">";
   const auto at = r.out.find(open), from = at + open.size();
@@ -71,12 +79,13 @@ TEST(ReportInBrowser, BundledRecordingLoadsWithEveryBeatMarked) {
   fs::create_directories(kArtifacts);
   const fs::path page = kArtifacts / "report-bundled.html";
   report({}, page);
-  const json st = selftest("file://" + page.string());
+  const json st = selftest(page);
   const auto html = kelo::test::read_file(page);
   EXPECT_LT(html.size(), 1u << 20);
   EXPECT_NE(html.find("uPlot"), std::string::npos);
   EXPECT_EQ(html.find("<script src"), std::string::npos);  // nothing fetched
   EXPECT_EQ(html.find("<link"), std::string::npos);
+  EXPECT_EQ(html.find("kelo-selftest"), std::string::npos);  // no test code shipped
 
   const auto hrv = keloecg({"hrv", "--json"});
   ASSERT_EQ(hrv.exit_code, 0);
@@ -107,7 +116,7 @@ TEST(ReportInBrowser, TwoHoursOverviewAndAZoomedMoment) {
   ASSERT_EQ(qrs.exit_code, 0);
   const auto peaks = qrs.json()["qrs"]["r_peaks"]["sample_200hz"].get<std::vector<long>>();
 
-  const json st = selftest("file://" + page.string());
+  const json st = selftest(page);
   EXPECT_EQ(st["beatMarkers"], peaks.size());
   EXPECT_EQ(st["markersDrawn"], peaks.size());
   EXPECT_EQ(st["samples"], 1444445);
@@ -119,7 +128,7 @@ TEST(ReportInBrowser, TwoHoursOverviewAndAZoomedMoment) {
 
   // 1:30:00, in record 119's bigeminy.
   const std::string moment = "file://" + page.string() + "#t=5400&span=10";
-  const json at = selftest(moment);
+  const json at = selftest(page, "#t=5400&span=10");
   EXPECT_EQ(at["view"], json::array({5400, 5410}));
   const auto in_view = std::count_if(peaks.begin(), peaks.end(), [](long s) { return s >= 5400 * 200 && s <= 5410 * 200; });
   EXPECT_EQ(at["viewMarkers"], in_view);
@@ -135,7 +144,7 @@ TEST(ReportInBrowser, ShortRecordingWithoutHrvStillRenders) {
   const auto all = kelo::test::read_file(fs::path(KELO_DATA_DIR) / "mitdb100-5min.f32");
   kelo::test::write_text(dir / "short.f32", all.substr(0, 40 * 200 * 4));
   report({"--fs", "200", (dir / "short.f32").string()}, dir / "short.html");
-  const json st = selftest("file://" + (dir / "short.html").string());
+  const json st = selftest(dir / "short.html");
   EXPECT_EQ(st["plots"], 1);  // the tachogram; no periodogram
   EXPECT_EQ(st["markersDrawn"], st["beatMarkers"]);
   EXPECT_GT(st["beatMarkers"].get<int>(), 40);

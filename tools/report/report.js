@@ -8,9 +8,9 @@
 // Views wider than 30 minutes are drawn from the per-second envelope.
 (function () {
   "use strict";
-  const selftest = { ready: false, errors: window.keloErrors, plots: 0, scriptStartMs: +performance.now().toFixed(1) };
-  const marks = {};
-  const mark = (name) => { marks[name] = +(performance.now() - selftest.scriptStartMs).toFixed(1); };
+  // Milestones of building the page (ms from the script's start).
+  const scriptStart = performance.now(), marks = {};
+  const mark = (name) => { marks[name] = +(performance.now() - scriptStart).toFixed(1); };
   const D = JSON.parse(document.getElementById("kelo-data").textContent);
   const ECG_TEXT = document.getElementById("kelo-ecg").textContent;
   const E = D.ecg, FS = E.fs, START = E.start, N = E.length;
@@ -858,66 +858,37 @@
   redraw();
   mark("first view");
 
-  // ---- self-check, read by the browser test ------------------------------------------------------------
-  function writeSelftest() { document.getElementById("kelo-selftest").textContent = JSON.stringify(selftest); }
-  const saved = view;
-  view = [xMin, xMax]; drawEcg();
-  selftest.markersDrawn = markersDrawn;
-  view = saved; redraw();
-  selftest.plots = plots.length;
-  selftest.beatMarkers = BEATS;
-  selftest.viewMarkers = markersDrawn;
-  selftest.view = view;
-  selftest.unlikeAverage = classes.filter((c) => c === 0).length;
-  selftest.addedBeats = kindCount[WIDE] + kindCount[PREMATURE] + kindCount[UNKNOWN];
-  selftest.rrRemoved = rrRemoved.size;
-  selftest.referenceMarkers = ref ? ref.t.length : 0;
-  selftest.samples = N;
-  selftest.segments = segs.length;
-  selftest.hours = hours.length;
-  selftest.selectedSegment = segment;
-  selftest.chunksDecoded = chunksDecoded;
-  // Until everything is laid out, from the start of navigation.
-  void document.body.offsetHeight;
-  selftest.loadMs = +performance.now().toFixed(1);
-  selftest.marks = marks;
-  selftest.ready = true;
-  writeSelftest();
-  window.keloReport = { selftest, setView, view: () => view };
-
-  // #bench: time the redraws behind moving and zooming (each step one
-  // synchronous redraw of everything a view change touches), without
-  // waiting for frames.
-  if (location.hash.indexOf("bench") >= 0) {
-    const parts = { ecg: [], overview: [], segment: [] };
-    const time = (a, b) => {
+  // A handle for scripts that examine the page (the browser test and
+  // bench/long-recording.sh add tools/report/selftest.js to a copy of the
+  // report; reports themselves carry no test code).
+  window.keloReport = {
+    plots, setView, view: () => view, xMin, xMax, marks,
+    samples: N, beats: BEATS, segments: segs.length, hours: hours.length,
+    unlikeAverage: classes.filter((c) => c === 0).length,
+    addedBeats: kindCount[WIDE] + kindCount[PREMATURE] + kindCount[UNKNOWN],  // marked by their labels
+    rrRemoved: rrRemoved.size,
+    referenceMarkers: ref ? ref.t.length : 0,
+    selectedSegment: () => segment,
+    chunksDecoded: () => chunksDecoded,
+    markersDrawn: () => markersDrawn,
+    // Markers drawn with the whole excerpt in view; the view is restored.
+    markersOverWhole: () => {
+      const saved = view;
+      view = [xMin, xMax]; drawEcg();
+      const n = markersDrawn;
+      view = saved; redraw();
+      return n;
+    },
+    // One view change redrawn at once, without waiting for a frame: the
+    // times (ms) of the ECG, of the overview with the tachogram's mark, and
+    // of the plots of the segment in view.
+    showTimed: (a, b) => {
       const s = performance.now();
       view = clampView(a, b);
       drawEcg(); const e = performance.now();
       drawOverview(); markTachogram(); const o = performance.now();
       redrawRest(); const r = performance.now();
-      parts.ecg.push(e - s); parts.overview.push(o - e); parts.segment.push(r - o);
-      return r - s;
-    };
-    const stats = (xs) => { const s = xs.slice().sort((a, b) => a - b); return { median: +s[s.length >> 1].toFixed(2), max: +s[s.length - 1].toFixed(2), steps: s.length }; };
-    const bench = {}, all = [];
-    for (const [name, span] of [["10 s", 10], ["1 min", 60], ["10 min", 600], ["1 h", 3600], ["whole excerpt", xMax - xMin]]) {
-      if (span > xMax - xMin) continue;
-      const times = [];
-      for (let k = 0; k < 40; k++) { const a = xMin + (xMax - xMin - span) * k / 39; times.push(time(a, a + span)); }
-      bench["page, " + name + " in view"] = stats(times);
-      all.push(...times);
-    }
-    const zoom = [];
-    for (let k = 0; k < 40; k++) {
-      const span = (xMax - xMin) * Math.pow(Math.pow(1 / (xMax - xMin), 1 / 39), k), mid = (xMin + xMax) / 2;
-      zoom.push(time(mid - span / 2, mid + span / 2));
-    }
-    bench["zoom from the whole excerpt to 1 s"] = stats(zoom);
-    all.push(...zoom);
-    bench.all = stats(all);
-    bench.parts = { ecg: stats(parts.ecg), overview: stats(parts.overview), segment: stats(parts.segment) };
-    selftest.bench = bench;
-    writeSelftest();
-  }
+      return [e - s, o - e, r - o];
+    },
+  };
 })();

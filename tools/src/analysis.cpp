@@ -10,22 +10,18 @@
 #include <new>
 #include <span>
 
+#include "keloecgsolver/grades.h"
 #include "keloecgsolver/keloecgsolver.h"
 #include "parallel.hpp"
 #include "segments.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
 namespace {
 
-struct RealDeleter {
-  void operator()(emxArray_real_T* a) const { emxDestroyArray_real_T(a); }
-};
-struct IntDeleter {
-  void operator()(emxArray_int32_T* a) const { emxDestroyArray_int32_T(a); }
-};
-using RealArray = std::unique_ptr<emxArray_real_T, RealDeleter>;
-using IntArray = std::unique_ptr<emxArray_int32_T, IntDeleter>;
+using RealArray = kelo::rules::RealRecord;
+using IntArray = kelo::rules::Int32Record;
 
 // The library reports running out of memory through its failure results
 // (a NULL record, a grade or count the routine never gives otherwise); the
@@ -53,11 +49,8 @@ RealArray wrap(std::span<const double> x) {
   return RealArray(must(emxCreateWrapper_real_T(const_cast<double*>(x.data()), static_cast<std::int32_t>(x.size()), 1)));
 }
 
-constexpr double kLowestRate = 30.0;
-constexpr double kHighestRate = 220.0;
-
 // The analysis rate as the library's integer argument.
-constexpr std::int32_t kFs = static_cast<std::int32_t>(kAnalysisRate);
+constexpr std::int32_t kFs = kelo::rules::kAnalysisRate;
 
 // Each entry point's _initialize routine (re)writes the library's shared
 // non-finite constants, and its _terminate routine does nothing. Runs on
@@ -109,9 +102,7 @@ Detected detect(const Prepared& p, const Excerpt& e, double full_scale, int wind
 
 // The number of quality windows of an excerpt, by the library's rule.
 std::int64_t window_count(std::int64_t samples, int window_s) {
-  const double seconds = static_cast<double>(samples) / kAnalysisRate;
-  if (std::floor(seconds) >= window_s && window_s >= 5) return static_cast<std::int64_t>(std::floor(seconds / window_s));
-  return 1;
+  return kelo::rules::window_count(samples / kFs, window_s);  // whole seconds
 }
 
 // The grades of segments detected apart, put together: each window takes
@@ -199,7 +190,7 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
   }
   r.beats = settings.beats;
 
-  r.status = kNoUsableBeats;
+  r.status = KELO_STATUS_NO_USABLE_BEATS;
   if (r.r_peaks.size() > 1) {
     std::vector<std::int32_t> positions;  // 1-based within the excerpt
     positions.reserve(r.r_peaks.size());
@@ -207,15 +198,14 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
     IntArray peaks(must(emxCreateWrapper_int32_T(positions.data(), static_cast<std::int32_t>(positions.size()), 1)));
     const double rate = calcHRvar(peaks.get(), static_cast<std::int32_t>(positions.size()), kFs);
     must(!std::isnan(rate));  // two or more beats give a number or infinity
-    if (rate >= kLowestRate && rate <= kHighestRate) {
+    if (kelo::rules::heart_rate_accepted(rate)) {
       r.heart_rate = rate;
-      r.status = kSuccess;
+      r.status = KELO_STATUS_SUCCESS;
     } else {
       r.rejected_rate = rate;
     }
   }
-  if (r.excerpt_grade == 2) r.status = kClipped;
-  if (r.excerpt_grade == 3) r.status = kIrregular;
+  r.status = kelo::rules::status_after_grade(r.status, r.excerpt_grade);
   return r;
 }
 
@@ -229,7 +219,7 @@ Periodogram periodogram_of(std::span<const double> t, std::span<const double> rr
   const auto len = static_cast<std::size_t>(2 * n);
   std::vector<double> freq(len), amp(len);
   calcLomb(t.data(), rr.data(), n, freq.data(), amp.data(), static_cast<std::int32_t>(len));
-  const auto lines = static_cast<std::size_t>(2 * (n - 1));
+  const std::size_t lines = 2 * static_cast<std::size_t>(n - 1);
   must(freq[0] != 0.0);  // the first line lies above 0 Hz: nothing was written
   Periodogram out;
   for (std::size_t i = 0; i < lines && freq[i] <= 0.4; ++i) {
@@ -296,7 +286,7 @@ HrvFigures figures(const QrsResult& q, const Excerpt& span, Periodogram* spectru
   IntArray wrapped(must(emxCreateWrapper_int32_T(pos.data(), n + 1, 1)));
   const double rate = calcHRvar(wrapped.get(), n + 1, kFs);
   must(!std::isnan(rate));  // two or more beats give a number or infinity
-  if (!(rate >= kLowestRate && rate <= kHighestRate)) {
+  if (!kelo::rules::heart_rate_accepted(rate)) {
     f.not_computed = "heart rate " + std::to_string(static_cast<long long>(std::llround(rate))) + " bpm, outside 30-220 bpm";
     return f;
   }
@@ -336,7 +326,7 @@ HrvFigures figures(const QrsResult& q, const Excerpt& span, Periodogram* spectru
   }
   must(!std::isnan(raw[0]));  // the NN/RR ratio of one interval or more is a number
   f.computed = true;
-  f.spectrum = f.status == kSuccess;
+  f.spectrum = f.status == KELO_STATUS_SUCCESS;
   f.sdann_formed = raw[3] != -1.0;
   f.sdnn_index_formed = raw[4] != -1.0;
   return f;
@@ -376,8 +366,7 @@ HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
   // heart rate that of the detection, and a clipped or irregular excerpt
   // says so whatever the HRV gave.
   if (!r.whole.computed) r.whole.status = q.status;
-  if (q.excerpt_grade == 2) r.whole.status = kClipped;
-  if (q.excerpt_grade == 3) r.whole.status = kIrregular;
+  r.whole.status = kelo::rules::status_after_grade(r.whole.status, q.excerpt_grade);
   if (!options.long_term) return r;
 
   for (const Excerpt& span : spans(q.excerpt, kSegmentSamples, kSegmentSamples)) {

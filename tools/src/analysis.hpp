@@ -15,9 +15,11 @@
 
 #include "annotations.hpp"
 #include "beat_match.hpp"
+#include "keloecgsolver/grades.h"
 #include "beats.hpp"
 #include "recording.hpp"
 #include "resample.hpp"
+#include "runtime/run_rules.hpp"
 
 namespace keloecg {
 
@@ -79,10 +81,10 @@ Prepared prepare(Recording recording, const AnalysisSettings& settings);
 enum class RunKind { Qrs, Hrv };
 
 // Limits of the two runs, in samples at 200 Hz: 15 s for R-peak detection,
-// 3 to 10 minutes for HRV.
-inline constexpr std::int64_t kQrsMinSamples = 3000;
-inline constexpr std::int64_t kHrvMinSamples = 36000;
-inline constexpr std::int64_t kHrvMaxSamples = 120000;
+// 3 to 10 minutes for HRV (the bridge's limits).
+inline constexpr std::int64_t kQrsMinSamples = kelo::rules::kQrsMinSamples;
+inline constexpr std::int64_t kHrvMinSamples = kelo::rules::kHrvMinSamples;
+inline constexpr std::int64_t kHrvMaxSamples = kelo::rules::kMaxSamples;
 
 // The excerpt selected by --start and --duration. Throws InputError naming
 // the recording when it starts beyond the end or is too short for the run;
@@ -90,14 +92,7 @@ inline constexpr std::int64_t kHrvMaxSamples = 120000;
 // its first 10 minutes.
 Excerpt choose_excerpt(const Prepared& prepared, const AnalysisSettings& settings, RunKind kind);
 
-// Result statuses (the library bridge's codes).
-enum Status : int {
-  kSuccess = 0,
-  kNoUsableBeats = 3,  // fewer than two R peaks, or heart rate outside 30..220 bpm
-  kNoSpectrum = 4,     // HRV: no spectral line below 0.4 Hz
-  kClipped = 5,
-  kIrregular = 6,
-};
+// Result statuses are the bridge's KELO_STATUS_* codes (keloecgsolver/grades.h).
 std::string status_text(int status);
 std::string excerpt_grade_text(int grade);  // 1 usable, 2 clipped, 3 irregular
 std::string window_grade_text(int grade);   // 0 usable, 3 too few beats, 5 clipped, 6 irregular
@@ -114,7 +109,7 @@ struct DetectionInfo {
 struct QrsResult {
   Excerpt excerpt;
   DetectionInfo detection;
-  int status = kSuccess;
+  int status = KELO_STATUS_SUCCESS;
   std::optional<double> heart_rate;     // bpm, when accepted (30..220)
   std::optional<double> rejected_rate;  // bpm, when computed but outside the band
   int excerpt_grade = 1;
@@ -157,7 +152,7 @@ struct HrvFigures {
   Excerpt span;
   std::size_t beats = 0;             // R peaks in the span
   std::optional<double> heart_rate;  // bpm (calcHRvar), when in 30..220
-  int status = kNoUsableBeats;       // 0, 3 (not computed), 4 (no spectrum); the whole excerpt also 5, 6
+  int status = KELO_STATUS_NO_USABLE_BEATS;       // 0, 3 (not computed), 4 (no spectrum); the whole excerpt also 5, 6
   bool computed = false;             // the time-domain results were formed
   bool spectrum = false;             // the frequency-domain results were formed
   std::string not_computed;          // why not

@@ -11,6 +11,7 @@
 
 #include "errors.hpp"
 #include "file_util.hpp"
+#include "keloecgsolver/version.h"
 #include "memory_reserve.hpp"
 #include "output.hpp"
 #include "parallel.hpp"
@@ -129,9 +130,25 @@ bool same_excerpt(const Excerpt& a, const Excerpt& b) { return a.start == b.star
 
 }  // namespace
 
-std::string bundled_recording() {
+namespace {
+
+// The folder of the bundled recording: KELOECG_DATA when set, else found
+// from where the program itself lies (BINDIR/../share/keloecg once
+// installed, the same layout in the build tree), so that an installed or
+// moved program needs no path fixed when it was built.
+fs::path bundled_data_dir() {
   const char* dir = std::getenv("KELOECG_DATA");
-  const fs::path path = fs::path(dir && *dir ? dir : KELO_DATA_DIR) / "mitdb100-5min.f32";
+  if (dir && *dir) return dir;
+  std::error_code ec;
+  const fs::path program = fs::read_symlink("/proc/self/exe", ec);
+  if (ec) return KELO_DATA_FROM_PROGRAM;  // no /proc: relative to the working folder
+  return (program.parent_path() / KELO_DATA_FROM_PROGRAM).lexically_normal();
+}
+
+}  // namespace
+
+std::string bundled_recording() {
+  const fs::path path = bundled_data_dir() / "mitdb100-5min.f32";
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) {
     throw InputError(display(path), "no FILE given and the bundled recording is missing (set KELOECG_DATA to its folder)");
@@ -248,7 +265,7 @@ int command_validate(const CommonOptions& o, const std::vector<std::string>& fil
     emit(o, json_text([&] {
       Json j = Json::object();
       j["program"] = "keloecg";
-      j["version"] = KELO_VERSION;
+      j["version"] = KELOECGSOLVER_VERSION_STRING;
       j["match_window_ms"] = kMatchWindowSeconds * 1e3;
       j["beat_symbols"] = "N L R B A a J S V r F e j n E / f Q ?";
       if (o.analysis.score_from_s > 0.0) j["score_from_s"] = o.analysis.score_from_s;

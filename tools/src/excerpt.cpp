@@ -108,30 +108,30 @@ std::vector<BeatRecord> beat_records(const Prepared& p, const QrsResult& q) {
 
 std::string status_text(int status) {
   switch (status) {
-    case kSuccess: return "success";
-    case kNoUsableBeats: return "no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)";
-    case kNoSpectrum: return "no spectral line below 0.4 Hz";
-    case kClipped: return "clipped signal";
-    case kIrregular: return "irregular rhythm";
+    case KELO_STATUS_SUCCESS: return "success";
+    case KELO_STATUS_NO_USABLE_BEATS: return "no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)";
+    case KELO_STATUS_NO_SPECTRUM: return "no spectral line below 0.4 Hz";
+    case KELO_STATUS_CLIPPED: return "clipped signal";
+    case KELO_STATUS_IRREGULAR: return "irregular rhythm";
     default: return "status " + std::to_string(status);
   }
 }
 
 std::string excerpt_grade_text(int grade) {
   switch (grade) {
-    case 1: return "usable";
-    case 2: return "clipped";
-    case 3: return "irregular";
+    case KELO_EXCERPT_USABLE: return "usable";
+    case KELO_EXCERPT_CLIPPED: return "clipped";
+    case KELO_EXCERPT_IRREGULAR: return "irregular";
     default: return "grade " + std::to_string(grade);
   }
 }
 
 std::string window_grade_text(int grade) {
   switch (grade) {
-    case 0: return "usable";
-    case 3: return "too few beats";
-    case 5: return "clipped";
-    case 6: return "irregular";
+    case KELO_WINDOW_USABLE: return "usable";
+    case KELO_WINDOW_TOO_FEW_BEATS: return "too few beats";
+    case KELO_WINDOW_CLIPPED: return "clipped";
+    case KELO_WINDOW_IRREGULAR: return "irregular";
     default: return "grade " + std::to_string(grade);
   }
 }

@@ -9,6 +9,7 @@
 #include "beats.hpp"
 #include "commands.hpp"
 #include "errors.hpp"
+#include "keloecgsolver/version.h"
 #include "memory_reserve.hpp"
 #include "parallel.hpp"
 #include "text_util.hpp"
@@ -154,7 +155,7 @@ int main(int argc, char** argv) {
   keloecg::keep_memory_reserve();
   CLI::App app{"keloecg: R peaks, heart rate and heart-rate variability of single-lead ECG recordings",
                "keloecg"};
-  app.set_version_flag("--version", std::string("keloecg ") + KELO_VERSION);
+  app.set_version_flag("--version", std::string("keloecg ") + KELOECGSOLVER_VERSION_STRING);
   app.footer(kFooter);
   app.require_subcommand(1);
   // Usage errors read like every other error: one line, exit status 2.

@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "keloecgsolver/version.h"
 #include "text_util.hpp"
 
 namespace keloecg {
@@ -60,7 +61,7 @@ std::string friendly(const std::string& unit, double v) {
 // The excerpt grade as the outputs give it: the library grades an excerpt
 // without usable beats "usable" (it finds nothing irregular in it); the
 // outputs do not.
-bool graded(const QrsResult& q) { return q.status != kNoUsableBeats; }
+bool graded(const QrsResult& q) { return q.status != KELO_STATUS_NO_USABLE_BEATS; }
 
 std::string grade_text(const QrsResult& q) {
   return graded(q) ? excerpt_grade_text(q.excerpt_grade) : "not graded: no usable beats";
@@ -296,7 +297,7 @@ Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs
               const Validation* validation) {
   Json j = Json::object();
   j["program"] = "keloecg";
-  j["version"] = KELO_VERSION;
+  j["version"] = KELOECGSOLVER_VERSION_STRING;
   j["recording"] = recording_json(p);
   j["settings"] = settings_json(s);
   if (qrs) j["qrs"] = qrs_json(p, *qrs);
@@ -364,7 +365,7 @@ std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed) {
   std::map<int, int> counts;
   for (int g : q.window_grades) ++counts[g];
   out << "Windows     " << q.window_grades.size() << " x ";
-  if (q.window_grades.size() == 1 && (q.window_s < 5 || q.excerpt.duration_s() < q.window_s * 2)) {
+  if (kelo::rules::one_window_over_all(q.excerpt.length / kelo::rules::kAnalysisRate, q.window_s)) {
     out << "the whole excerpt";
   } else {
     out << q.window_s << " s";

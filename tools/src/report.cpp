@@ -6,6 +6,7 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "keloecgsolver/version.h"
 #include "output.hpp"
 #include "report_assets.hpp"
 
@@ -208,7 +209,7 @@ std::string render_report(const Prepared& p, const AnalysisSettings& s, const Hr
   const std::string lead = p.recording.lead_name().empty() ? "" : ", lead " + p.recording.lead_name();
   data["title"] = "ECG report: " + p.recording.name + lead;
   data["generated"] = now_text();
-  data["version"] = KELO_VERSION;
+  data["version"] = KELOECGSOLVER_VERSION_STRING;
   data["recording"] = recording_json(p);
   data["settings"] = settings_json(s);
   Json qrs = qrs_json(p, q);

@@ -6,6 +6,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "runtime/run_rules.hpp"
+
 namespace keloecg {
 
 namespace {
@@ -175,20 +177,20 @@ bool irregular(std::span<const std::int64_t> peaks) {
   double squares = 0.0;
   for (std::size_t k = 0; k + 1 < peaks.size(); ++k) squares += std::pow(rr(k) - mean, 2.0);
   const double spread = std::sqrt(1.0 / static_cast<double>(n - 2) * squares);
-  return spread > 0.25 * mean;
+  return spread > kelo::rules::kIrregularFraction * mean;
 }
 
 }  // namespace
 
 int excerpt_grade(std::span<const double> x, std::span<const std::int64_t> peaks, double full_scale) {
-  if (largest_magnitude(x) > full_scale * 0.97) return 2;
-  return irregular(peaks) ? 3 : 1;
+  if (largest_magnitude(x) > full_scale * kelo::rules::kClipFraction) return KELO_EXCERPT_CLIPPED;
+  return irregular(peaks) ? KELO_EXCERPT_IRREGULAR : KELO_EXCERPT_USABLE;
 }
 
 int window_grade(std::span<const double> x, std::span<const std::int64_t> peaks, double full_scale) {
-  if (peaks.size() < 2) return 3;
-  if (largest_magnitude(x) > full_scale * 0.97) return 5;
-  return irregular(peaks) ? 6 : 0;
+  if (peaks.size() < 2) return KELO_WINDOW_TOO_FEW_BEATS;
+  if (largest_magnitude(x) > full_scale * kelo::rules::kClipFraction) return KELO_WINDOW_CLIPPED;
+  return irregular(peaks) ? KELO_WINDOW_IRREGULAR : KELO_WINDOW_USABLE;
 }
 
 }  // namespace keloecg

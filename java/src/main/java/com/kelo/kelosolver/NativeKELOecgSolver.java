@@ -69,6 +69,9 @@ public class NativeKELOecgSolver {
    */
   public native SealedObject detectBeats(double[] ecg, int fs, int startSecond);
 
-  /** The version of the native library, "1.4.0". */
+  /**
+   * The version of the native library, "MAJOR.MINOR.PATCH". A jar built together with the library
+   * carries the same version as the Implementation-Version of its manifest.
+   */
   public native String getVersion();
 }
