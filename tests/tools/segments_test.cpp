@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
+#include <string>
 
 #include "keloecgsolver/keloecgsolver.h"
 #include "support/synthetic_ecg.hpp"
@@ -51,7 +53,9 @@ TEST(Segments, PlanCoversTheExcerptWithWholeWindows) {
 }
 
 // Two segments of a plan with its seam at 100000 (overlap 6000): each case
-// gives the beats each segment found and the joined list.
+// gives the beats each segment found, the joined list and, for each joined
+// beat, the segment whose label it carries (that of the segment whose core
+// holds it when that one found it, else the other's).
 TEST(Segments, SeamsLoseAndDoubleNoBeat) {
   SegmentPlan plan;
   plan.segment = 100000;
@@ -61,28 +65,43 @@ TEST(Segments, SeamsLoseAndDoubleNoBeat) {
     const char* what;
     std::vector<std::int64_t> left, right, joined;
     bool agreed;
+    std::string labelled_by;  // L or R per joined beat
   };
   const Case cases[] = {
       {"both agree", {90000, 97000, 99000, 101000, 103000, 105900}, {94100, 97000, 99000, 101000, 103000, 150000},
-       {90000, 97000, 99000, 101000, 103000, 150000}, true},
+       {90000, 97000, 99000, 101000, 103000, 150000}, true, "LLLRRR"},
       // The beat at the seam is found one sample apart by the two: kept once,
       // from the segment that agrees on the pair nearest the seam.
       {"shifted at the seam", {97000, 98000, 99990, 102000, 103000}, {97000, 98000, 100001, 102000, 103000, 104000},
-       {97000, 98000, 100001, 102000, 103000, 104000}, true},
+       {97000, 98000, 100001, 102000, 103000, 104000}, true, "LLRRRR"},
       // No two consecutive beats agree: each side keeps its own half; the
       // beat both saw 2 samples apart across the seam is kept once, the one
       // only the left saw beyond the seam is added.
       {"no agreement", {95000, 99999, 101000}, {95001, 100001, 103000, 107000}, {95000, 99999, 101000, 103000, 107000},
-       false},
-      {"no beats near the seam", {50000, 60000}, {150000, 160000}, {50000, 60000, 150000, 160000}, false},
+       false, "LLLRR"},
+      {"no beats near the seam", {50000, 60000}, {150000, 160000}, {50000, 60000, 150000, 160000}, false, "LLRR"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     std::vector<Seam> seams;
-    EXPECT_EQ(join_segments(plan, {c.left, c.right}, seams), c.joined);
+    const auto joined = join_segments(plan, {c.left, c.right}, seams);
+    EXPECT_EQ(joined, c.joined);
     ASSERT_EQ(seams.size(), 1u);
     EXPECT_EQ(seams[0].at, 100000);
     EXPECT_EQ(seams[0].agreed, c.agreed);
+
+    // Labels 100 + i for the left segment's beat i, 200 + i for the right's.
+    std::vector<int> left_labels, right_labels, expected;
+    for (std::size_t i = 0; i < c.left.size(); ++i) left_labels.push_back(100 + static_cast<int>(i));
+    for (std::size_t i = 0; i < c.right.size(); ++i) right_labels.push_back(200 + static_cast<int>(i));
+    ASSERT_EQ(c.labelled_by.size(), joined.size());
+    for (std::size_t i = 0; i < joined.size(); ++i) {
+      const auto& from = c.labelled_by[i] == 'L' ? c.left : c.right;
+      const auto at = std::find(from.begin(), from.end(), joined[i]);
+      ASSERT_NE(at, from.end()) << joined[i];
+      expected.push_back((c.labelled_by[i] == 'L' ? 100 : 200) + static_cast<int>(at - from.begin()));
+    }
+    EXPECT_EQ(joined_labels(plan, {c.left, c.right}, {left_labels, right_labels}, joined), expected);
   }
 }
 

@@ -172,6 +172,7 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
     }
   } else {
     std::vector<std::vector<std::int64_t>> beats;
+    beats.reserve(parts.size());
     for (auto& d : parts) beats.push_back(std::move(d.peaks));
     std::vector<Seam> seams;
     r.r_peaks = join_segments(plan, beats, seams);
@@ -180,6 +181,8 @@ QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSetti
     if (settings.beats == BeatsMode::All) {
       std::vector<std::vector<std::int64_t>> all;
       std::vector<std::vector<int>> labels;
+      all.reserve(parts.size());
+      labels.reserve(parts.size());
       for (auto& d : parts) {
         all.push_back(std::move(d.all.samples));
         labels.push_back(std::move(d.all.labels));

@@ -199,8 +199,8 @@ struct HrvLock {
 // Minimum length of the long-term HRV analysis: longer excerpts get it, an
 // excerpt of 3 to 10 minutes (or --short) gets the bridge's analysis.
 inline constexpr std::int64_t kLongTermMinSamples = kHrvMaxSamples + 1;
-inline constexpr std::int64_t kSegmentSamples = 300 * 200;  // 5 minutes
-inline constexpr std::int64_t kHourSamples = 3600 * 200;
+inline constexpr std::int64_t kSegmentSamples = std::int64_t{300} * 200;  // 5 minutes
+inline constexpr std::int64_t kHourSamples = std::int64_t{3600} * 200;
 
 struct HrvOptions {
   bool long_term = false;

@@ -728,7 +728,7 @@ std::vector<std::string> summary_row(const std::string& file, const Prepared* p,
   } else {
     row.insert(row.end(), 7, "");
   }
-  row.push_back(qrs ? beats_mode_name(qrs->beats) : "");
+  row.emplace_back(qrs ? beats_mode_name(qrs->beats) : "");
   row.push_back(hrv && hrv->whole.intervals ? std::to_string(*hrv->whole.intervals) : "");
   row.push_back(hrv && hrv->whole.excluded_intervals ? std::to_string(*hrv->whole.excluded_intervals) : "");
   for (std::size_t i = 0; i < kBeatClasses.size(); ++i) row.push_back(v ? csv_number(v->classes.sensitivity(i)) : "");

@@ -117,7 +117,7 @@ std::string difference_code(std::span<const double> samples, double step) {
 namespace {
 
 constexpr double kStepMv = 0.001;          // 1 uV
-constexpr std::int64_t kChunk = 60 * 200;  // one minute
+constexpr std::int64_t kChunk = std::int64_t{60} * 200;  // one minute
 constexpr std::int64_t kEnvelope = 200;    // one second
 
 template <typename T>
