@@ -58,12 +58,11 @@ void hrv_run(benchmark::State& state, const fs::path& file, double start_s) {
   AnalysisSettings settings;
   settings.start_s = start_s;
   settings.duration_s = 300.0;
-  HrvLock lock;
   std::size_t beats = 0;
   for (auto _ : state) {
     Prepared p = prepare(load_recording(file, read_window({}, settings)), settings);
     const Excerpt e = choose_excerpt(p, settings, RunKind::Hrv);
-    const HrvResult h = run_hrv(run_qrs(p, e, settings), lock, hrv_options(e, false));
+    const HrvResult h = run_hrv(run_qrs(p, e, settings), hrv_options(e, false));
     beats = h.qrs.r_peaks.size();
     benchmark::DoNotOptimize(h.whole.time.data());
   }

@@ -127,4 +127,22 @@ inline double m_calcMedian(std::span<double> x, int32_t n) {
   return (x[static_cast<std::size_t>(lower - 1)] + x[static_cast<std::size_t>(lower)]) / 2.0;
 }
 
+// m_calcMedian's value, by selection instead of a sort (x keeps the first
+// n elements in some order). The same value for data without NaN or
+// negative zero, such as differences of integer positions: the middle
+// elements of any ascending order are then the same numbers.
+inline double median_by_selection(std::span<double> x, int32_t n) {
+  const auto count = static_cast<std::ptrdiff_t>(std::clamp<int64_t>(n, 0, static_cast<int64_t>(x.size())));
+  const auto first = x.begin();
+  if ((n & 1) != 0) {
+    const int32_t mid = kelo::round_to_int32((static_cast<double>(n) + 1.0) / 2.0);
+    std::nth_element(first, first + (mid - 1), first + count);
+    return x[static_cast<std::size_t>(mid - 1)];
+  }
+  const int32_t lower = kelo::round_to_int32(static_cast<double>(n) / 2.0);
+  std::nth_element(first, first + (lower - 1), first + count);
+  const double upper = *std::min_element(first + lower, first + count);
+  return (x[static_cast<std::size_t>(lower - 1)] + upper) / 2.0;
+}
+
 }  // namespace kelo::checks

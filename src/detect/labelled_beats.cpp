@@ -52,31 +52,10 @@ struct Shape {
   double product;    // largest range product within +-qrs
 };
 
-// The largest (or smallest, by `better`) of the values pushed so far
-// whose index is at least a given one: a monotonic queue of indices.
-template <class Better>
-class SlidingExtremes {
- public:
-  SlidingExtremes(std::span<const double> v, Better better) : v_(v), better_(better) {}
-  void push(int64_t i) {
-    while (!q_.empty() && !better_(v_[static_cast<std::size_t>(q_.back())], v_[static_cast<std::size_t>(i)])) q_.pop_back();
-    q_.push_back(i);
-  }
-  double front(int64_t from) {
-    while (q_.front() < from) q_.pop_front();
-    return v_[static_cast<std::size_t>(q_.front())];
-  }
-
- private:
-  std::span<const double> v_;
-  Better better_;
-  std::deque<int64_t> q_;
-};
-
 class Signal {
  public:
   Signal(const Curves& c, const Widths& w)
-      : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())), product_(range_products()) {}
+      : c_(c), w_(w), n_(static_cast<int64_t>(c.ecg.size())), product_(range_products(c.ecg, w.range)) {}
 
   int64_t size() const { return n_; }
   const Widths& widths() const { return w_; }
@@ -156,33 +135,6 @@ class Signal {
   }
 
  private:
-  // The range product at every sample, with sliding extremes (O(n)
-  // whatever the window): the windows k - range .. k + range, clamped to
-  // the samples 1 .. n - 2 where the central difference exists.
-  std::vector<double> range_products() const {
-    std::vector<double> out(static_cast<std::size_t>(n_), 0.0);
-    if (n_ < 3) return out;
-    std::vector<double> d(static_cast<std::size_t>(n_), 0.0);
-    for (int64_t k = 1; k + 1 < n_; ++k) d[static_cast<std::size_t>(k)] = central_difference(k);
-    const std::span<const double> xs = c_.ecg, ds = d;
-    SlidingExtremes xmax(xs, std::greater<>());
-    SlidingExtremes xmin(xs, std::less<>());
-    SlidingExtremes dmax(ds, std::greater<>());
-    SlidingExtremes dmin(ds, std::less<>());
-    int64_t hi = 0;  // samples below hi have entered the windows
-    for (int64_t k = 0; k < n_; ++k) {
-      const int64_t lo = std::max<int64_t>(1, k - w_.range);
-      const int64_t top = std::min(n_ - 2, k + w_.range);
-      if (lo > top) continue;
-      for (hi = std::max(hi, lo); hi <= top; ++hi) {
-        xmax.push(hi), xmin.push(hi), dmax.push(hi), dmin.push(hi);
-      }
-      const double a = xmax.front(lo) - xmin.front(lo);
-      out[static_cast<std::size_t>(k)] = (dmax.front(lo) - dmin.front(lo)) * a * a;
-    }
-    return out;
-  }
-
   const Curves& c_;
   Widths w_;
   int64_t n_;
@@ -502,6 +454,79 @@ class SecondPass {
 };
 
 }  // namespace
+
+namespace {
+
+// The largest (or smallest, by `better`) of the values pushed so far
+// whose index is at least a given one: a monotonic queue of indices.
+template <class Better>
+class SlidingExtremes {
+ public:
+  SlidingExtremes(std::span<const double> v, Better better) : v_(v), better_(better) {}
+  void push(int64_t i) {
+    while (!q_.empty() && !better_(v_[static_cast<std::size_t>(q_.back())], v_[static_cast<std::size_t>(i)])) q_.pop_back();
+    q_.push_back(i);
+  }
+  double front(int64_t from) {
+    while (q_.front() < from) q_.pop_front();
+    return v_[static_cast<std::size_t>(q_.front())];
+  }
+
+ private:
+  std::span<const double> v_;
+  Better better_;
+  std::deque<int64_t> q_;
+};
+
+}  // namespace
+
+// Samples 1 .. n - 2, where the central difference exists, limit every
+// window: k - half .. k + half, clamped to them. Samples whose clamped
+// window is empty keep 0.
+std::vector<double> range_products(std::span<const double> x, int64_t half) {
+  const auto n = static_cast<int64_t>(x.size());
+  std::vector<double> out(x.size(), 0.0);
+  if (n < 3) return out;
+  std::vector<double> d(x.size(), 0.0);
+  for (int64_t k = 1; k + 1 < n; ++k)
+    d[static_cast<std::size_t>(k)] = x[static_cast<std::size_t>(k + 1)] - x[static_cast<std::size_t>(k - 1)];
+  const std::span<const double> ds = d;
+  SlidingExtremes xmax(x, std::greater<>());
+  SlidingExtremes xmin(x, std::less<>());
+  SlidingExtremes dmax(ds, std::greater<>());
+  SlidingExtremes dmin(ds, std::less<>());
+  int64_t hi = 0;  // samples below hi have entered the windows
+  for (int64_t k = 0; k < n; ++k) {
+    const int64_t lo = std::max<int64_t>(1, k - half);
+    const int64_t top = std::min(n - 2, k + half);
+    if (lo > top) continue;
+    for (hi = std::max(hi, lo); hi <= top; ++hi) xmax.push(hi), xmin.push(hi), dmax.push(hi), dmin.push(hi);
+    const double a = xmax.front(lo) - xmin.front(lo);
+    out[static_cast<std::size_t>(k)] = (dmax.front(lo) - dmin.front(lo)) * a * a;
+  }
+  return out;
+}
+
+std::vector<double> range_products_plain(std::span<const double> x, int64_t half) {
+  const auto n = static_cast<int64_t>(x.size());
+  std::vector<double> out(x.size(), 0.0);
+  auto at = [&](int64_t k) { return x[static_cast<std::size_t>(k)]; };
+  auto slope = [&](int64_t k) { return at(k + 1) - at(k - 1); };
+  for (int64_t k = 0; k < n; ++k) {
+    const int64_t lo = std::max<int64_t>(1, k - half);
+    const int64_t hi = std::min(n - 2, k + half);
+    if (lo > hi) continue;
+    double xmin = at(lo), xmax = at(lo), smin = slope(lo), smax = smin;
+    for (int64_t j = lo; j <= hi; ++j) {
+      xmin = std::min(xmin, at(j));
+      xmax = std::max(xmax, at(j));
+      smin = std::min(smin, slope(j));
+      smax = std::max(smax, slope(j));
+    }
+    out[static_cast<std::size_t>(k)] = (smax - smin) * (xmax - xmin) * (xmax - xmin);
+  }
+  return out;
+}
 
 std::vector<int64_t> detector_beats(std::span<const double> rpeaks) {
   std::vector<double> positive;

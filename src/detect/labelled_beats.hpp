@@ -72,6 +72,14 @@ struct Tuning {
   double prematureRatio = 0.85;    // premature: RR before below this times the running RR
 };
 
+// The detector's range product at every sample: the range of the central
+// difference x(k+1) - x(k-1) times the square of the range of x, over
+// k - half .. k + half. The first form slides the extremes (linear in the
+// recording whatever the window); the plain form scans every window and
+// is the reference the tests compare it with, bit for bit.
+std::vector<double> range_products(std::span<const double> x, int64_t half);
+std::vector<double> range_products_plain(std::span<const double> x, int64_t half);
+
 // The detector's beats as detectWaves returns them: the positive entries
 // of the detector's output, ascending, without duplicates (0-based here).
 std::vector<int64_t> detector_beats(std::span<const double> rpeaks);

@@ -10,9 +10,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <new>
 #include <span>
+
+#include "runtime/simd/isa.hpp"
 
 namespace kelo::hrv {
 
@@ -108,20 +111,29 @@ struct FasperResult {
 
 // Fast Lomb periodogram of x[1..n], y[1..n] into wk1[1..nwk], wk2[1..nwk].
 // Returns false (after reporting) when the workspaces are too small.
+// The forward real FFT of fasper's two grids. Empty: the library's own
+// transform on the best instruction-set path (the tests hand in each path,
+// and the plain transform).
+using GridFft = std::function<void(OneBased<float>, OneBased<float>)>;
+
 bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float hifac,
-            OneBased<float> wk1, OneBased<float> wk2, FasperResult& result);
+            OneBased<float> wk1, OneBased<float> wk2, FasperResult& result, const GridFft& fft = {});
 void spread(float y, OneBased<float> yy, float x, int m);
 void avevar(OneBased<const float> data, float& ave, float& var);
-void realft(OneBased<float> data, int isign);  // data.size() a power of two >= 2
-void four1(OneBased<float> data, int isign);   // data.size() = 2 * a power of two
 void zeromean(std::span<float> y);
+
+// The real FFT (n a power of two >= 2) and the complex FFT (n = 2 * a
+// power of two) of each array of n floats (indexed from 0 here), the
+// arrays transformed together so that they share the twiddle factors.
+void realft(std::span<float* const> arrays, std::size_t n, int isign, kelo::simd::Isa isa);
+void four1(std::span<float* const> arrays, std::size_t n, int isign, kelo::simd::Isa isa);
 
 // Frequencies and amplitudes of the n - 1 intervals rr[1..n-1] (n >= 3) into
 // the first 2 (n - 1) entries of freq and amp (each at least that long).
 // Returns false, writing nothing, when the workspaces turn out too small;
 // throws std::bad_alloc, writing nothing, when they cannot be allocated.
 bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std::span<double> freq,
-                     std::span<double> amp);
+                     std::span<double> amp, const GridFft& fft = {});
 
 // ---- band powers ---------------------------------------------------------------
 

@@ -125,7 +125,7 @@ void zeromean(std::span<float> y) {
 }
 
 bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float hifac,
-            OneBased<float> wk1, OneBased<float> wk2, FasperResult& result) {
+            OneBased<float> wk1, OneBased<float> wk2, FasperResult& result, const GridFft& fft) {
   result = FasperResult{};
   const std::size_t n = x.size();
   const std::size_t nwk = wk1.size();
@@ -177,8 +177,20 @@ bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float 
     spread(y[j] - ave, grid1, ck, kMacc);
     spread(1.0f, grid2, ckk, kMacc);
   }
-  realft(grid1, 1);
-  realft(grid2, 1);
+  if (fft) {
+    fft(grid1, grid2);
+  } else {
+    // Both grids at once, sharing the twiddle factors; grids that overlap
+    // (a caller's workspaces) one after the other, as written.
+    float* const grids[] = {&grid1[1], &grid2[1]};
+    const bool apart = grids[0] + ndim <= grids[1] || grids[1] + ndim <= grids[0];
+    if (apart) {
+      realft(grids, ndim, 1, kelo::simd::best_isa());
+    } else {
+      realft(std::span(grids).first(1), ndim, 1, kelo::simd::best_isa());
+      realft(std::span(grids).last(1), ndim, 1, kelo::simd::best_isa());
+    }
+  }
 
   const auto df = static_cast<float>(1.0 / (xdif * ofac));
   float pmax = -1.0f;
@@ -202,7 +214,7 @@ bool fasper(OneBased<const float> x, OneBased<const float> y, float ofac, float 
 }
 
 bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std::span<double> freq,
-                     std::span<double> amp) {
+                     std::span<double> amp, const GridFft& fft) {
   const std::size_t n = t.size();
   std::size_t nmax = kMinNmax;
   while (nmax < n) nmax <<= 1;
@@ -225,7 +237,7 @@ bool lomb_amplitudes(std::span<const double> t, std::span<const double> rr, std:
   }
   FasperResult result;
   if (!fasper(OneBased<const float>(x.span().data(), points), OneBased<const float>(y.span().data(), points),
-              kOfac, kHifac, wk1.one_based(), wk2.one_based(), result))
+              kOfac, kHifac, wk1.one_based(), wk2.one_based(), result, fft))
     return false;
 
   // The lower half of the grid, up to the average Nyquist frequency, as

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <random>
 #include <thread>
@@ -157,6 +159,32 @@ TEST(LabelledBeats, NoiseBurstsAddFewBeats) {
     if ((b.position - 200 * 9 + 200 * 20) % (200 * 20) > 800) clean.push_back(b.position);
   EXPECT_EQ(matched(clean, r.positions, 30), clean.size());
   EXPECT_LE(r.positions.size(), beats.size() + 6);
+}
+
+TEST(LabelledBeats, RangeProductsMatchThePlainFormBitForBit) {
+  // Random signals, a constant, a ramp and a spike, from empty to longer
+  // than any window, with windows from a single sample to wider than the
+  // whole signal.
+  std::mt19937 rng(7);
+  std::normal_distribution<double> noise(0.0, 1.0);
+  for (const int64_t half : {0, 1, 2, 5, 31}) {
+    for (const std::size_t n : {0u, 1u, 2u, 3u, 4u, 7u, 40u, 500u}) {
+      for (int shape = 0; shape < 4; ++shape) {
+        V x(n);
+        for (std::size_t i = 0; i < n; ++i) {
+          x[i] = shape == 0 ? noise(rng) : shape == 1 ? 0.25 : shape == 2 ? 0.01 * static_cast<double>(i) : 0.0;
+        }
+        if (shape == 3 && n > 0) x[n / 2] = 3.0;
+        SCOPED_TRACE(testing::Message() << "half " << half << " n " << n << " shape " << shape);
+        const V fast = kelo::beats::range_products(x, half);
+        const V plain = kelo::beats::range_products_plain(x, half);
+        ASSERT_EQ(fast.size(), n);
+        ASSERT_EQ(plain.size(), n);
+        for (std::size_t i = 0; i < n; ++i)
+          ASSERT_EQ(std::bit_cast<std::uint64_t>(fast[i]), std::bit_cast<std::uint64_t>(plain[i])) << i;
+      }
+    }
+  }
 }
 
 TEST(LabelledBeats, RealRecordingsKeepDetectWavesBits) {

@@ -2,10 +2,17 @@
 // every format: beats where they belong (also after resampling), outputs,
 // validation, batch runs equal to single runs, and every input error.
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cmath>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "fixtures.hpp"
 #include "run_program.hpp"
@@ -442,6 +449,93 @@ TEST(Program, ReportWithoutOutputSaysWhereItWrote) {
   EXPECT_TRUE(fs::exists(page));
   EXPECT_TRUE(r.out.starts_with("Report written to " + page.string() + " (")) << r.out;
   EXPECT_NE(r.out.find("no -o given"), std::string::npos);
+}
+
+// A result that cannot be written (no such folder, a folder in the way, a
+// file-size limit standing in for a full disk) is one error line with exit
+// status 2, and leaves the file that was there, or none, and no temporary
+// file.
+TEST(Program, UnwritableResultsLeaveNoHalfWrittenFile) {
+  TempDir dir;
+  const std::string previous = "the previous report\n";
+  kelo::test::write_text(dir / "kept.html", previous);
+  fs::create_directory(dir / "folder.html");
+  const std::string limit = "ulimit -f 4; exec \"$0\" \"$@\"";  // 2 KB at most per file
+  struct Case {
+    std::vector<std::string> prefix;  // run before the program (the limit)
+    std::string output, problem;
+  };
+  const Case cases[] = {
+      {{}, "missing/r.html", "cannot write: folder " + (dir / "missing").string() + " does not exist"},
+      {{}, "folder.html", "cannot write: Is a directory"},
+      {{"sh", "-c", limit}, "kept.html", "cannot write: File too large"},
+      {{"sh", "-c", limit}, "new.html", "cannot write: File too large"}};
+  for (const auto& c : cases) {
+    auto args = c.prefix;
+    args.insert(args.end(), {KELOECG_PROGRAM, "report", "-o", (dir / c.output).string()});
+    const auto r = kelo::test::run_command(args);
+    EXPECT_EQ(r.exit_code, 2) << c.output;
+    EXPECT_EQ(r.err_lines(), std::vector<std::string>{"keloecg: error: " + (dir / c.output).string() + ": " + c.problem});
+  }
+  std::set<std::string> left;
+  for (const auto& e : fs::directory_iterator(dir.path())) left.insert(e.path().filename().string());
+  EXPECT_EQ(left, (std::set<std::string>{"kept.html", "folder.html"}));
+  EXPECT_EQ(kelo::test::read_file(dir / "kept.html"), previous);
+}
+
+// Ctrl-C during a batch: the recording under way finishes, no other starts,
+// the summary lists exactly the finished ones, and the exit status says the
+// run was interrupted.
+TEST(Program, InterruptedBatchSummarisesWhatFinished) {
+  TempDir in, out, capture;
+  kelo::test::write_raw<float>(in / "r.f32", synthetic(200, 20, 34).mv);
+  kelo::test::write_text(in / "r.info", "fs=200\n");
+  constexpr int kCopies = 400;  // far more than run before the signal lands
+  std::vector<std::string> args = {KELOECG_PROGRAM, "batch", "--jobs", "1", "--out", out.path().string()};
+  for (int i = 0; i < kCopies; ++i) args.push_back((in / "r.f32").string());
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, (capture / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, (capture / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  auto any_result = [&] {
+    for (const auto& e : fs::directory_iterator(out.path())) {
+      if (e.path().extension() == ".json") return true;
+    }
+    return false;
+  };
+  while (!any_result() && std::chrono::steady_clock::now() < give_up) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  ::kill(pid, SIGINT);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+
+  std::size_t results = 0;
+  for (const auto& e : fs::directory_iterator(out.path())) {
+    const auto name = e.path().filename().string();
+    EXPECT_NE(name.front(), '.') << "temporary file left: " << name;
+    results += e.path().extension() == ".json" ? 1 : 0;
+  }
+  EXPECT_GE(results, 1u);
+  EXPECT_LT(results, static_cast<std::size_t>(kCopies));
+  const auto summary = kelo::test::read_file(out / "summary.csv");
+  EXPECT_EQ(static_cast<std::size_t>(std::count(summary.begin(), summary.end(), '\n')), results + 1);
+  const auto printed = kelo::test::read_file(capture / "out");
+  EXPECT_NE(printed.find(std::to_string(results) + " recording" + (results == 1 ? "" : "s") + " analysed, 0 failed, " +
+                         std::to_string(kCopies - results) + " not started (interrupted)"),
+            std::string::npos)
+      << printed;
+  EXPECT_NE(kelo::test::read_file(capture / "err").find("keloecg: interrupted"), std::string::npos);
 }
 
 }  // namespace

@@ -290,6 +290,55 @@ TEST(Formats, PartsAreTheSameSamplesAsInTheWhole) {
   }
 }
 
+// Text beyond a double's range: too small reads as the zero of its sign (a
+// subnormal as itself), too large is refused; a sidecar's rate or full scale
+// must be a positive finite number.
+TEST(Formats, NumbersBeyondTheRangeOfADoubleAndDamagedSidecars) {
+  TempDir dir;
+  kelo::test::write_text(dir / "tiny.csv", "1e-400\n-1e-400\n0.00000000000000000001e-310\n1e-310\n-7e-99999999999999999999\n");
+  const auto tiny = load(dir / "tiny.csv", "", 200).samples;
+  EXPECT_EQ(tiny, (std::vector<double>{0.0, 0.0, 0.0, 1e-310, 0.0}));
+  const std::vector<bool> negative = {false, true, false, false, true};
+  for (std::size_t i = 0; i < tiny.size(); ++i) EXPECT_EQ(std::signbit(tiny[i]), negative[i]) << i;
+  for (const char* big : {"1e400", "-1e400", "123456789e301", "0.0001e313", "1e99999999999999999999"}) {
+    kelo::test::write_text(dir / "big.csv", std::string("0.5\n") + big + "\n");
+    try {
+      load(dir / "big.csv", "", 200);
+      ADD_FAILURE() << big;
+    } catch (const InputError& e) {
+      EXPECT_EQ(e.problem(), "line 2: the sample is infinite") << big;
+    }
+  }
+
+  kelo::test::write_raw<float>(dir / "r.f32", {0.25, -1.5});
+  for (const char* key : {"fs", "full_scale"}) {
+    for (const char* value : {"1e-400", "0", "-5", "1e400", "inf", "abc", ""}) {
+      kelo::test::write_text(dir / "r.info", std::string("fs=360\nfull_scale=4\n") + key + "=" + value + "\n");
+      try {
+        load(dir / "r.f32");
+        ADD_FAILURE() << key << "=" << value;
+      } catch (const InputError& e) {
+        EXPECT_EQ(e.file(), (dir / "r.info").string());
+        EXPECT_EQ(e.problem(), std::string(key) + " \"" + value + "\" is not a positive finite number");
+      }
+    }
+  }
+}
+
+// A file that held more bytes when it was opened than can be read has
+// shrunk meanwhile: an error, not a shorter recording.
+TEST(Formats, AFileThatShrinksWhileReadIsAnError) {
+  std::istringstream whole("abcd"), cut("abc");
+  EXPECT_EQ(read_all(whole, 4, "x.f32").size(), 4u);
+  EXPECT_EQ(read_all(whole, std::nullopt, "x.f32").size(), 0u);  // size unknown: what is there
+  try {
+    read_all(cut, 4, "x.f32");
+    ADD_FAILURE() << "no error";
+  } catch (const InputError& e) {
+    EXPECT_EQ(std::string(e.what()), "x.f32: the file shrank while being read (4 bytes when opened, 3 read)");
+  }
+}
+
 TEST(Formats, ReferenceBeatsFromAtrAndText) {
   const auto atr = load_reference_beats(kData / "mitdb100-10s.atr", 360);
   ASSERT_EQ(atr.samples.size(), 13u);  // the rhythm annotation at 18 is not a beat

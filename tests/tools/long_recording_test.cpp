@@ -3,7 +3,10 @@
 // span and at every seam of the detection segments, the long-term HRV with
 // its 5-minute segments and its hours, every output with the span of each
 // figure, and the detected beats as a WFDB annotation file read back.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -24,24 +27,45 @@ namespace fs = std::filesystem;
 
 const std::string kRecord = (fs::path(KELO_TOOLS_TEST_DATA) / "mitdb-2h.hea").string();
 
-// The program's runs on the recording, made once for all tests.
+// The program's runs on the recording, made once for all tests. Each test
+// runs in a process of its own and the runs take long under the
+// sanitizers, so the first process makes them into a folder beside the
+// program (under a file lock), and the others read them from there as long
+// as the program is the one that made them.
 struct Runs {
-  TempDir dir;
+  fs::path dir = fs::path(KELOECG_PROGRAM).parent_path() / "long-recording-runs";
   json qrs, hrv;
   std::string hrv_text, hrv_csv, summary;
   fs::path annotations = dir / "mitdb-2h.qrs";
   Runs() {
-    const auto q = keloecg({"qrs", "--json", kRecord, "--annotations-out", annotations.string()});
-    const auto h = keloecg({"hrv", "--json", kRecord});
-    const auto t = keloecg({"hrv", kRecord});
-    const auto c = keloecg({"hrv", "--csv", kRecord});
-    const auto b = keloecg({"batch", kRecord, "--out", (dir / "batch").string()});
-    for (const auto* r : {&q, &h, &t, &c, &b}) EXPECT_EQ(r->exit_code, 0) << r->err;
-    qrs = q.json();
-    hrv = h.json()["hrv"];
-    hrv_text = t.out;
-    hrv_csv = c.out;
+    fs::create_directories(dir);
+    const int lock = ::open((dir / ".lock").c_str(), O_CREAT | O_RDWR, 0644);
+    EXPECT_GE(lock, 0);
+    ::flock(lock, LOCK_EX);
+    const auto made = fs::last_write_time(KELOECG_PROGRAM).time_since_epoch().count();
+    const std::string stamp = std::to_string(made) + " " + kRecord + "\n";
+    if (!fs::exists(dir / "stamp") || kelo::test::read_file(dir / "stamp") != stamp) {
+      fs::remove(dir / "stamp");
+      const auto q = keloecg({"qrs", "--json", kRecord, "--annotations-out", annotations.string()});
+      const auto h = keloecg({"hrv", "--json", kRecord});
+      const auto t = keloecg({"hrv", kRecord});
+      const auto c = keloecg({"hrv", "--csv", kRecord});
+      fs::remove_all(dir / "batch");
+      const auto b = keloecg({"batch", kRecord, "--out", (dir / "batch").string()});
+      for (const auto* r : {&q, &h, &t, &c, &b}) EXPECT_EQ(r->exit_code, 0) << r->err;
+      kelo::test::write_text(dir / "qrs.json", q.out);
+      kelo::test::write_text(dir / "hrv.json", h.out);
+      kelo::test::write_text(dir / "hrv.txt", t.out);
+      kelo::test::write_text(dir / "hrv.csv", c.out);
+      if (!::testing::Test::HasFailure()) kelo::test::write_text(dir / "stamp", stamp);
+    }
+    qrs = json::parse(kelo::test::read_file(dir / "qrs.json"));
+    hrv = json::parse(kelo::test::read_file(dir / "hrv.json"))["hrv"];
+    hrv_text = kelo::test::read_file(dir / "hrv.txt");
+    hrv_csv = kelo::test::read_file(dir / "hrv.csv");
     summary = kelo::test::read_file(dir / "batch" / "summary.csv");
+    ::flock(lock, LOCK_UN);
+    ::close(lock);
   }
 };
 

@@ -275,7 +275,7 @@ std::vector<std::int32_t> positions_in(const std::vector<std::int64_t>& peaks, c
 }
 
 // calcHrv over the R peaks of a span, with the bridge's conditions (two R
-// peaks and a heart rate of 30 to 220 bpm). The caller holds the HRV lock.
+// peaks and a heart rate of 30 to 220 bpm).
 HrvFigures figures(const QrsResult& q, const Excerpt& span, Periodogram* spectrum) {
   HrvFigures f;
   f.span = span;
@@ -358,12 +358,11 @@ HrvResult hrv_not_computed(QrsResult qrs, const std::string& why) {
   return h;
 }
 
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options) {
+HrvResult run_hrv(QrsResult qrs, const HrvOptions& options) {
   HrvResult r;
   r.qrs = std::move(qrs);
   r.long_term = options.long_term;
   const QrsResult& q = r.qrs;
-  std::lock_guard guard(lock.mutex);
   r.whole = figures(q, q.excerpt, options.periodograms ? &r.periodogram : nullptr);
   // The status of the whole excerpt is the bridge's: without an accepted
   // heart rate that of the detection, and a clipped or irregular excerpt

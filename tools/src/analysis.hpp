@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -189,13 +188,6 @@ struct HrvResult {
   std::vector<HrvFigures> hours;  // consecutive hours; a tail of 5 minutes or more is a last, shorter one
 };
 
-// The HRV statistics are computed with routines that keep static state;
-// every run takes this lock around them so that runs on several threads
-// do not interfere.
-struct HrvLock {
-  std::mutex mutex;
-};
-
 // Minimum length of the long-term HRV analysis: longer excerpts get it, an
 // excerpt of 3 to 10 minutes (or --short) gets the bridge's analysis.
 inline constexpr std::int64_t kLongTermMinSamples = kHrvMaxSamples + 1;
@@ -213,7 +205,8 @@ inline HrvOptions hrv_options(const Excerpt& hrv_excerpt, bool periodograms) {
 }
 
 // The HRV run on the R peaks of `qrs`, over its whole excerpt.
-HrvResult run_hrv(QrsResult qrs, HrvLock& lock, const HrvOptions& options);
+// Runs on several threads at once do not interfere.
+HrvResult run_hrv(QrsResult qrs, const HrvOptions& options);
 
 // The HRV result of a run whose HRV was not computed at all (an excerpt
 // too short for it), with the reason.

@@ -11,6 +11,7 @@
 
 #include "errors.hpp"
 #include "file_util.hpp"
+#include "interrupt.hpp"
 #include "keloecgsolver/version.h"
 #include "memory_reserve.hpp"
 #include "output.hpp"
@@ -184,9 +185,8 @@ int command_qrs(const CommonOptions& options, const std::string& file) {
 int command_hrv(const CommonOptions& options, const std::string& file) {
   const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
-  HrvLock lock;
   const Excerpt e = choose_excerpt(p, o.analysis, RunKind::Hrv);
-  const HrvResult h = run_hrv(run_qrs(p, e, o.analysis), lock, hrv_options(e, false));
+  const HrvResult h = run_hrv(run_qrs(p, e, o.analysis), hrv_options(e, false));
   write_beat_annotations(o, p, h.qrs);
   if (o.json) {
     emit(o, json_text([&] { return document(p, o.analysis, &h.qrs, &h, nullptr); }));
@@ -210,9 +210,8 @@ int command_report(const CommonOptions& options, const std::string& file, const 
   if (ann) reference = load_reference_beats(*ann, p.recording.fs);
 
   QrsResult q = run_qrs(p, excerpt, o.analysis);
-  HrvLock lock;
   const HrvResult h =
-      hrv_range ? run_hrv(std::move(q), lock, hrv_options(*hrv_range, true)) : hrv_not_computed(std::move(q), why);
+      hrv_range ? run_hrv(std::move(q), hrv_options(*hrv_range, true)) : hrv_not_computed(std::move(q), why);
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
   write_beat_annotations(o, p, h.qrs);
@@ -340,13 +339,15 @@ std::vector<std::string> output_names(const std::vector<fs::path>& files) {
 }
 
 struct BatchOutcome {
+  bool ran = false;  // false: an interruption came before it started
   std::string error;
   std::vector<std::string> summary;
   std::optional<Validation> validation;
 };
 
-BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::path& json_path, HrvLock& lock) {
+BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::path& json_path) {
   BatchOutcome out;
+  out.ran = true;
   const std::string shown = display(file);
   keep_memory_reserve();
   try {
@@ -357,7 +358,7 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
     if (const auto range = hrv_excerpt(p, o.analysis, why)) {
       // Reuse the detection when the HRV excerpt is the same stretch.
       QrsResult q = same_excerpt(*range, run.qrs.excerpt) ? run.qrs : run_qrs(p, *range, o.analysis);
-      hrv = run_hrv(std::move(q), lock, hrv_options(*range, false));
+      hrv = run_hrv(std::move(q), hrv_options(*range, false));
     } else {
       hrv = hrv_not_computed(run.qrs, why);
     }
@@ -384,19 +385,24 @@ int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs
   }
   const auto names = output_names(files);
   std::vector<BatchOutcome> outcomes(files.size());
-  HrvLock lock;
+  // Ctrl-C: the recordings under way finish, no new one starts, and the
+  // summary covers what finished.
+  const StopOnSignal stop_on_signal;
   {
     ProgressBar progress(files.size(), true);
     run_parallel(files.size(), jobs, [&](std::size_t i) {
-      outcomes[i] = batch_one(o, files[i], fs::path(out_dir) / (names[i] + ".json"), lock);
+      if (StopOnSignal::requested()) return;
+      outcomes[i] = batch_one(o, files[i], fs::path(out_dir) / (names[i] + ".json"));
       progress.done(files[i].filename().string(), outcomes[i].error.empty());
     });
   }
 
   std::string csv = csv_line(summary_header());
   std::vector<Validation> validations;
-  std::size_t failed = 0;
+  std::size_t failed = 0, ran = 0;
   for (auto& oc : outcomes) {
+    if (!oc.ran) continue;
+    ++ran;
     csv += csv_line(oc.summary);
     if (oc.validation) validations.push_back(std::move(*oc.validation));
     failed += oc.error.empty() ? 0 : 1;
@@ -404,16 +410,19 @@ int command_batch(const CommonOptions& o, const std::vector<std::string>& inputs
   const fs::path summary = fs::path(out_dir) / "summary.csv";
   write_file_atomically(summary, csv);
 
-  std::printf("%zu recording%s analysed, %zu failed; results in %s, summary in %s\n", files.size() - failed,
-              files.size() - failed == 1 ? "" : "s", failed, out_dir.c_str(), summary.c_str());
+  const std::string not_started =
+      ran < files.size() ? ", " + std::to_string(files.size() - ran) + " not started (interrupted)" : "";
+  std::printf("%zu recording%s analysed, %zu failed%s; results in %s, summary in %s\n", ran - failed,
+              ran - failed == 1 ? "" : "s", failed, not_started.c_str(), out_dir.c_str(), summary.c_str());
   if (!validations.empty()) std::printf("\n%s", validation_text(validations).c_str());
   std::fflush(stdout);
   if (failed) {
-    std::fprintf(stderr, "keloecg: %zu of %zu recordings failed:\n", failed, files.size());
+    std::fprintf(stderr, "keloecg: %zu of %zu recordings failed:\n", failed, ran);
     for (const auto& oc : outcomes) {
       if (!oc.error.empty()) std::fprintf(stderr, "keloecg: error: %s\n", oc.error.c_str());
     }
   }
+  if (StopOnSignal::requested()) return StopOnSignal::exit_status();
   return failed ? kInputErrorExit : 0;
 }
 

@@ -144,7 +144,11 @@ Recording read_edf(const fs::path& path, const LoadOptions& options) {
   while (done < rec.samples.size()) {
     const int chunk = static_cast<int>(std::min<std::size_t>(rec.samples.size() - done, 1 << 20));
     const int got = edfread_physical_samples(file.handle, lead, chunk, rec.samples.data() + done);
-    if (got <= 0) throw InputError(where, "read error after " + std::to_string(done) + " samples");
+    if (got <= 0) {
+      // The size was checked against the header when the file was opened.
+      throw InputError(where, "read error after " + std::to_string(done) + " of " + std::to_string(rec.samples.size()) +
+                                  " samples (was the file shortened while being read?)");
+    }
     done += static_cast<std::size_t>(got);
   }
   return rec;

@@ -36,12 +36,22 @@ std::vector<std::uint8_t> read_bytes(const fs::path& path) {
   require_readable_file(path);
   std::ifstream in(path, std::ios::binary);
   if (!in) throw InputError(display(path), std::string("cannot open: ") + std::strerror(errno));
-  std::vector<std::uint8_t> bytes;
   std::error_code ec;
   const auto size = fs::file_size(path, ec);
-  if (!ec) bytes.reserve(static_cast<std::size_t>(size));
+  return read_all(in, ec ? std::nullopt : std::optional<std::uintmax_t>(size), display(path));
+}
+
+std::vector<std::uint8_t> read_all(std::istream& in, std::optional<std::uintmax_t> size, const std::string& where) {
+  std::vector<std::uint8_t> bytes;
+  if (size) bytes.reserve(static_cast<std::size_t>(*size));
   bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (in.bad()) throw InputError(display(path), "read error");
+  if (in.bad()) throw InputError(where, "read error");
+  // A file cut short by another program while we read it would otherwise
+  // pass for a shorter recording.
+  if (size && bytes.size() < *size) {
+    throw InputError(where, "the file shrank while being read (" + std::to_string(*size) + " bytes when opened, " +
+                                std::to_string(bytes.size()) + " read)");
+  }
   return bytes;
 }
 
@@ -76,11 +86,19 @@ void write_file_atomically(const fs::path& path, std::string_view content) {
     ::unlink(tmpl.c_str());
     throw InputError(display(path), "cannot write");
   }
-  const bool written = std::fwrite(content.data(), 1, content.size(), out.get()) == content.size();
-  const bool flushed = std::fflush(out.get()) == 0;
-  const int saved_errno = errno;
-  out.reset();
-  if (!written || !flushed) {
+  // Every step that can meet a full disk or a file-size limit is checked
+  // (some file systems report it only at fsync or close); the data reach
+  // the disk before the rename, so that the name never shows a file that a
+  // crash could leave empty.
+  bool ok = std::fwrite(content.data(), 1, content.size(), out.get()) == content.size();
+  ok = ok && std::fflush(out.get()) == 0;
+  ok = ok && ::fsync(fd) == 0;
+  int saved_errno = errno;
+  if (std::fclose(out.release()) != 0 && ok) {
+    ok = false;
+    saved_errno = errno;
+  }
+  if (!ok) {
     ::unlink(tmpl.c_str());
     throw InputError(display(path), std::string("cannot write: ") + std::strerror(saved_errno));
   }

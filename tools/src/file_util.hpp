@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <istream>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +16,11 @@ namespace keloecg {
 // when it does not exist, is a directory or cannot be read.
 std::vector<std::uint8_t> read_bytes(const std::filesystem::path& path);
 std::string read_text(const std::filesystem::path& path);
+
+// The rest of a stream, which held `size` bytes when it was opened (if
+// known): fewer means the file shrank while being read, an InputError
+// naming `where`.
+std::vector<std::uint8_t> read_all(std::istream& in, std::optional<std::uintmax_t> size, const std::string& where);
 
 // Throws the same InputError as read_bytes when path is not a readable
 // regular file; reads nothing.

@@ -2,6 +2,7 @@
 // ECG recordings, on libkeloecgsolver.
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -147,12 +148,17 @@ constexpr const char* kFooter =
     "CSV/text (one column or --lead), raw little-endian float32/float64 (.f32/.f64, with --fs).\n"
     "Recordings at other rates are resampled to 200 Hz; positions are given at 200 Hz and at the\n"
     "original rate, 0-based in the whole recording.\n"
-    "Exit status: 0 done, 2 a problem with the input (one line on standard error names it).\n";
+    "Exit status: 0 done, 2 a problem with the input (one line on standard error names it),\n"
+    "128 + the signal's number when batch was interrupted (130 for Ctrl-C) after finishing the\n"
+    "recordings under way and writing the summary of those.\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
   keloecg::keep_memory_reserve();
+  // A file-size limit (ulimit -f) then fails the write with EFBIG, which is
+  // reported like a full disk, instead of killing the program mid-write.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App app{"keloecg: R peaks, heart rate and heart-rate variability of single-lead ECG recordings",
                "keloecg"};
   app.set_version_flag("--version", std::string("keloecg ") + KELOECGSOLVER_VERSION_STRING);

@@ -28,6 +28,43 @@ std::string_view trim(std::string_view s) {
   return s;
 }
 
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// Whether a decimal number too far from 1 for a double lies below 1 in
+// magnitude (it underflows) rather than above (it overflows): the decimal
+// exponent of its leading nonzero digit, plus its exponent part, is
+// negative. Exponents are saturated, so that no spelling overflows here.
+bool below_one(std::string_view s) {
+  if (!s.empty() && (s.front() == '-' || s.front() == '+')) s.remove_prefix(1);
+  constexpr long long kCap = 1'000'000'000'000LL;
+  long long integer_digits = 0, leading_zeros = 0;
+  bool point = false, nonzero = false;
+  std::size_t i = 0;
+  for (; i < s.size() && (is_digit(s[i]) || s[i] == '.'); ++i) {
+    if (s[i] == '.') {
+      point = true;
+    } else if (!nonzero && s[i] == '0') {
+      leading_zeros += point ? 1 : 0;
+    } else {
+      nonzero = true;
+      if (!point) integer_digits = std::min(integer_digits + 1, kCap);
+    }
+  }
+  long long exponent = 0;
+  if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
+    ++i;
+    const bool negative = i < s.size() && s[i] == '-';
+    if (i < s.size() && (s[i] == '-' || s[i] == '+')) ++i;
+    for (; i < s.size() && is_digit(s[i]); ++i) exponent = std::min(exponent * 10 + (s[i] - '0'), kCap);
+    if (negative) exponent = -exponent;
+  }
+  const long long leading = integer_digits > 0 ? integer_digits - 1 : -std::min(leading_zeros + 1, kCap);
+  return leading + exponent < 0;
+}
+
+// A decimal number as the nearest double: one too small for a double is a
+// zero of its sign (as the rounding gives it), one too large is infinite
+// (which the callers refuse by name).
 std::optional<double> number(std::string_view s) {
   s = trim(s);
   if (!s.empty() && s.front() == '+') s.remove_prefix(1);
@@ -35,7 +72,9 @@ std::optional<double> number(std::string_view s) {
   double v = 0.0;
   const auto [ptr, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
   if (ptr != s.data() + s.size()) return std::nullopt;
-  if (ec == std::errc::result_out_of_range) return std::copysign(HUGE_VAL, s.front() == '-' ? -1.0 : 1.0);
+  if (ec == std::errc::result_out_of_range) {
+    return std::copysign(below_one(s) ? 0.0 : HUGE_VAL, s.front() == '-' ? -1.0 : 1.0);
+  }
   if (ec != std::errc()) return std::nullopt;
   return v;
 }
@@ -136,9 +175,20 @@ bool is_time_column(std::string_view header_name, std::string_view rows, char de
 // Sampling rate and the other facts a sidecar may give; --fs wins.
 void apply_sidecar(const fs::path& path, const LoadOptions& options, Recording& rec) {
   const auto info = read_sidecar(path);
+  // A rate or full scale that is there must be usable: an unreadable,
+  // zero or infinite one (a damaged sidecar, or 1e-400 that rounds to 0) is
+  // an error, never silently "not given" or a full scale that turns the
+  // clipping test off.
   auto get = [&](const char* key) -> std::optional<double> {
     const auto it = info.find(key);
-    return it == info.end() ? std::nullopt : number(it->second);
+    if (it == info.end()) return std::nullopt;
+    const auto v = number(it->second);
+    if (!v || !(*v > 0.0) || std::isinf(*v)) {
+      auto sidecar = path;
+      throw InputError(display(sidecar.replace_extension(".info")),
+                       std::string(key) + " \"" + it->second + "\" is not a positive finite number");
+    }
+    return v;
   };
   rec.fs = options.fs.value_or(get("fs").value_or(0.0));
   if (const auto full = get("full_scale")) {
