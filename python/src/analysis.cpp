@@ -77,7 +77,8 @@ py::dict detect(const DoubleArray& ecg, double fs, std::optional<double> full_sc
       Recording r;
       r.fs = fs;
       r.samples.assign(x.begin(), x.end());
-      const Prepared p = prepare(std::move(r));
+      r.total_samples = static_cast<std::int64_t>(r.samples.size());
+      const Prepared p = prepare(std::move(r), AnalysisSettings{});  // the whole array
       require_detectable(static_cast<std::int64_t>(p.samples.size()));
       d = qrs_over(p.samples, 0, full_scale, settings);
       analysed = static_cast<std::int64_t>(p.samples.size());

@@ -58,7 +58,7 @@ py::dict read(const std::string& path, const std::string& lead, const std::strin
   std::optional<ReferenceBeats> reference;
   {
     py::gil_scoped_release unlocked;
-    p = prepare(load_recording(path, load_options(format, lead, fs)));
+    p = prepare(load_recording(path, load_options(format, lead, fs)), AnalysisSettings{});  // the whole recording
     if (p.recording.annotations) reference = load_reference_beats(*p.recording.annotations, p.recording.fs);
   }
   const Recording& r = p.recording;
@@ -67,7 +67,7 @@ py::dict read(const std::string& path, const std::string& lead, const std::strin
   out["name"] = r.name;
   out["format"] = r.format;
   out["original_fs"] = r.fs;
-  out["original_samples"] = r.samples.size();
+  out["original_samples"] = r.total_samples;
   out["units"] = r.units;
   out["lead_index"] = r.lead_index;
   out["leads"] = r.lead_names;

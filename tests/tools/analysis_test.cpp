@@ -19,7 +19,8 @@ Prepared at_200(const std::vector<kelo::test::Beat>& beats, std::optional<double
   r.samples = beats.empty() ? std::vector<double>(6000, 0.0)
                             : kelo::test::synthetic_ecg(beats, 6000, {.noiseMv = 0.02});
   r.full_scale = full_scale;
-  return prepare(std::move(r));
+  r.total_samples = static_cast<std::int64_t>(r.samples.size());
+  return prepare(std::move(r), {});
 }
 
 QrsResult qrs(const Prepared& p, const AnalysisSettings& s) { return run_qrs(p, choose_excerpt(p, s, RunKind::Qrs), s); }

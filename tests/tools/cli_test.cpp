@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cmath>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "fixtures.hpp"
@@ -85,7 +86,7 @@ TEST(Program, BundledRecordingInEveryOutput) {
   EXPECT_EQ(h["r_peaks"], q["r_peaks"]["count"]);  // the same 5 minutes
   const json& t = h["time_domain"];
   EXPECT_NEAR(t["avnn"].get<double>(), 0.81, 0.02);
-  EXPECT_EQ(t["sdann"].get<double>(), 0.0);  // one 5-minute segment
+  EXPECT_EQ(t["sdann"], nullptr);  // one 5-minute segment
   EXPECT_EQ(t["sdnnidx"], t["sdnn"]);
   const json& f = h["frequency_domain"];
   for (const char* k : {"tot_pwr", "ulf_pwr", "vlf_pwr", "lf_pwr", "hf_pwr"}) EXPECT_TRUE(f[k].is_number()) << k;
@@ -97,7 +98,6 @@ TEST(Program, BundledRecordingInEveryOutput) {
     EXPECT_NE(text.out.find(k), std::string::npos) << k;
   }
   const auto csv = keloecg({"qrs", "--csv"});
-  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')), "beat,time_s,sample_200hz,sample_original,label");
   EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), q["r_peaks"]["count"].get<int>() + 1);
 
   const json v = run_json({"validate", "--json"})["records"][0];  // against its reference beats
@@ -203,6 +203,14 @@ TEST(Program, EveryInputErrorIsOneLineAndWritesNothing) {
     kelo::test::write_text(dir / name, text);
   }
   kelo::test::write_text(dir / "bad.edf", "0       " + std::string(600, 'x'));
+  kelo::test::write_text(dir / "empty.f32", "");
+  kelo::test::write_text(dir / "binary.csv", std::string("1\n\x01\x02\x00\x7f", 6));
+  // Ten records of one second, cut in the middle of the sixth: EDF+ adds an
+  // annotation signal, so the header is 3 x 256 bytes and a record holds
+  // 200 samples and 57 annotation words, 514 bytes.
+  kelo::test::write_edf(dir / "half.edf", false, 200, {std::vector<double>(2000, 0.1)}, {"ECG"}, "mV", 5.0);
+  ASSERT_EQ(fs::file_size(dir / "half.edf"), 768u + 10 * 514);
+  fs::resize_file(dir / "half.edf", 768 + 5 * 514 + 257);
   kelo::test::write_raw<float>(dir / "nan.f32", {0.1, std::nan(""), 0.2});
   kelo::test::write_raw<float>(dir / "flat.f32", std::vector<double>(4000, 0.0));
   kelo::test::write_raw<float>(dir / "minute.f32", synthetic(200, 60).mv);  // beats, but too short for HRV
@@ -234,12 +242,20 @@ TEST(Program, EveryInputErrorIsOneLineAndWritesNothing) {
       {{"qrs"}, "cut.edf", "cannot read an EDF/BDF header (the file is too short or damaged)"},
       {{"qrs"}, "bad.edf", "not a valid EDF/BDF file (its header has format errors)"},
       {{"hrv", "--fs", "200"}, minute, "recording too short: 1:00.0, HRV needs at least 3 minutes"},
-      {{"qrs", "--fs", "60000"}, minute, "a sampling rate of 60000 Hz cannot be brought to 200 Hz (rates from 0.79 to 51200 Hz can)"},
+      {{"qrs", "--fs", "60000", minute}, "", "--fs: \"60000\" is not a sampling rate keloecg analyses (50 to 10000 Hz) (see keloecg --help)", false},
       {{"validate", "--fs", "200", minute, "--annotations"}, refs, "line 2: expected \"sample [symbol]\""},
       {{"validate", "--fs", "200", minute, flat, "--annotations", refs}, "",
        "give one --annotations per FILE (2 files, 1 annotation files)", false},
+      {{"qrs", "--fs", "200"}, "empty.f32", "holds no samples"},
+      {{"qrs"}, "half.edf", "truncated: the header announces 10 data records of 514 bytes, the file holds 5 whole ones"},
+      {{"qrs", "--fs", "200"}, "binary.csv", "not a text table: byte 2 is 0x01 (binary data; for raw samples give --format f32 or f64)"},
       {{"qrs", "--window", "zero"}, "", "(see keloecg --help)", false},  // options are checked too
-      {{"frobnicate"}, "", "(see keloecg --help)", false}};
+      // Range checks say what is wanted.
+      {{"qrs", "--fs", "0.79", minute}, "", "--fs: \"0.79\" is not a sampling rate keloecg analyses (50 to 10000 Hz) (see keloecg --help)", false},
+      {{"qrs", "--start=-5", minute}, "", "--start: \"-5\" is not a time: give seconds (90, 5.5) or [h:]mm:ss (1:30, 1:30:00) (see keloecg --help)", false},
+      {{"qrs", "--duration", "1:75", minute}, "", "--duration: \"1:75\" is not a positive time: give seconds (90, 5.5) or [h:]mm:ss (1:30, 1:30:00) (see keloecg --help)", false},
+      {{"validate", "-j", "0", minute}, "", "--jobs: \"0\" is not a number of jobs from 1 to 4096 (see keloecg --help)", false},
+      {{"frobnicate"}, "", "unknown command \"frobnicate\" (the commands are qrs, hrv, report, validate and batch; see keloecg --help)", false}};
   const fs::path output = dir / "out";
   for (const auto& c : cases) {
     const std::string file = c.file.empty() ? "" : (dir / c.file).string();
@@ -273,7 +289,8 @@ TEST(Program, BatchEqualsSingleRuns) {
 
   const auto r = keloecg({"batch", in.path().string(), "--out", out.path().string(), "--jobs", "2"});
   EXPECT_EQ(r.exit_code, 2);
-  const auto err = r.err_lines();
+  auto err = r.err_lines();
+  std::erase_if(err, [](const std::string& l) { return l.ends_with(" done") || l.ends_with(" failed"); });  // progress
   ASSERT_EQ(err.size(), 2u) << r.err;
   EXPECT_NE(err[1].find((in / "d.f32").string() + ": sample 1"), std::string::npos) << err[1];
 
@@ -300,6 +317,138 @@ TEST(Program, BatchEqualsSingleRuns) {
   json batch_a = json::parse(kelo::test::read_file(out / "a.json"));
   EXPECT_EQ(batch_a["validation"], run_json({"validate", "--json", (in / "a.hea").string()})["records"][0]);
   EXPECT_EQ(batch_a["validation"]["fn"], 0);
+}
+
+// What is not computed is null in JSON and empty in CSV, never 0: SDANN
+// over one 5-minute segment, every HRV figure of a run without usable
+// beats, and the grade of an excerpt without usable beats.
+TEST(Program, FiguresNotComputedAreNullAndEmpty) {
+  const json bundled = run_json({"hrv", "--json"})["hrv"];
+  EXPECT_EQ(bundled["time_domain"]["sdann"], nullptr);
+  EXPECT_EQ(bundled["notes"]["sdann"], "not formed: needs two 5-minute segments");
+  EXPECT_TRUE(bundled["time_domain"]["sdnnidx"].is_number());
+  const auto csv = keloecg({"hrv", "--csv"}).out;
+  const auto columns = [](const std::string& line) {
+    std::vector<std::string> out;  // every field, a last empty one too
+    for (std::size_t from = 0;;) {
+      const auto comma = line.find(',', from);
+      out.push_back(line.substr(from, comma == std::string::npos ? std::string::npos : comma - from));
+      if (comma == std::string::npos) return out;
+      from = comma + 1;
+    }
+  };
+  const auto header = columns(csv.substr(0, csv.find('\n')));
+  const auto row = columns(csv.substr(csv.find('\n') + 1));
+  const auto at = [&](const std::string& name) {
+    const auto it = std::find(header.begin(), header.end(), name);
+    return it == header.end() || static_cast<std::size_t>(it - header.begin()) >= row.size()
+               ? std::string("?")
+               : row[static_cast<std::size_t>(it - header.begin())];
+  };
+  EXPECT_EQ(at("sdann_s"), "");
+  EXPECT_NE(at("sdnn_s"), "");
+
+  TempDir dir;
+  kelo::test::write_raw<float>(dir / "flat.f32", std::vector<double>(200 * 240, 0.0));  // 4 minutes, no beat
+  const std::string flat = (dir / "flat.f32").string();
+  const json j = run_json({"hrv", "--json", "--fs", "200", flat});
+  EXPECT_EQ(j["qrs"]["status"], 3);
+  EXPECT_EQ(j["qrs"]["excerpt_grade"], nullptr);  // not "1 usable"
+  EXPECT_EQ(j["qrs"]["excerpt_grade_text"], "not graded: no usable beats");
+  for (const auto& group : {"time_domain", "frequency_domain"}) {
+    for (const auto& [name, value] : j["hrv"][group].items()) EXPECT_EQ(value, nullptr) << name;
+  }
+  const auto flat_csv = keloecg({"hrv", "--csv", "--fs", "200", flat}).out;
+  const auto flat_row = columns(flat_csv.substr(flat_csv.find('\n') + 1, flat_csv.size() - flat_csv.find('\n') - 2));
+  ASSERT_EQ(flat_row.size(), header.size());
+  for (std::size_t k = 8; k < header.size(); ++k) {
+    if (header[k] != "ulf_meaningful") {
+      EXPECT_EQ(flat_row[k], "") << header[k];
+    }
+  }
+}
+
+// qrs --csv gives the excerpt's status, heart rate and grade beside every
+// beat (and in a row of its own when there is no beat); CSV columns carry
+// their unit; window grades are named in JSON.
+TEST(Program, CsvAndJsonSayWhatTheirNumbersAre) {
+  const auto csv = keloecg({"qrs", "--csv"}).out;
+  EXPECT_EQ(csv.substr(0, csv.find('\n')),
+            "beat,time_s,sample_200hz,sample_original,label,rr_s,window,window_grade,window_grade_text,excerpt_start_s,"
+            "excerpt_end_s,status,status_text,heart_rate_bpm,excerpt_grade,excerpt_grade_text");
+  const auto first = csv.substr(csv.find('\n') + 1, csv.find('\n', csv.find('\n') + 1) - csv.find('\n') - 1);
+  EXPECT_TRUE(first.ends_with(",,1,0,usable,0,300,0,success,74,1,usable")) << first;
+  TempDir dir;
+  kelo::test::write_raw<float>(dir / "flat.f32", std::vector<double>(4000, 0.0));
+  const auto none = keloecg({"qrs", "--csv", "--fs", "200", (dir / "flat.f32").string()}).out;
+  EXPECT_EQ(none.substr(none.find('\n') + 1),
+            ",,,,,,,,,0,20,3,\"no usable beats (fewer than two R peaks, or heart rate outside 30-220 bpm)\",,,"
+            "not graded: no usable beats\n");
+
+  const auto hrv = keloecg({"hrv", "--csv"}).out;
+  EXPECT_EQ(hrv.substr(0, hrv.find('\n')),
+            "span,number,start_s,end_s,duration_s,r_peaks,heart_rate_bpm,status,nn_rr_fraction,avnn_s,sdnn_s,sdann_s,"
+            "sdnnidx_s,rmssd_s,pnn50_fraction,tot_pwr_s2,ulf_pwr_s2,vlf_pwr_s2,lf_pwr_s2,hf_pwr_s2,lf_hf_ratio,"
+            "ulf_meaningful,nn_intervals,excluded_intervals");
+  EXPECT_TRUE(hrv.substr(hrv.find('\n') + 1).starts_with("excerpt (short analysis),,0,300,300,")) << hrv;
+
+  // Times are read as [h:]mm:ss too.
+  const json part = run_json({"qrs", "--json", "--start", "1:00", "--duration", "0:00:30.5"})["qrs"]["excerpt"];
+  EXPECT_EQ(std::pair(part["start_s"], part["duration_s"]), std::pair(json(60.0), json(30.5)));
+
+  const json q = run_json({"qrs", "--json"})["qrs"];
+  EXPECT_EQ(q["window_grade_names"], json({{"0", "usable"}, {"3", "too few beats"}, {"5", "clipped"}, {"6", "irregular"}}));
+  EXPECT_EQ(q["window_grade_counts"]["usable"], 30);
+  // ULF power over 5 minutes is marked as meaningless.
+  const json h = run_json({"hrv", "--json"})["hrv"];
+  EXPECT_EQ(h["ulf_meaningful"], false);
+  EXPECT_TRUE(h["notes"]["ulf_pwr"].get<std::string>().starts_with("not meaningful over less than an hour"));
+  EXPECT_NE(keloecg({"hrv"}).out.find("not meaningful under an hour"), std::string::npos);
+}
+
+// Notes about a recording go to standard error in every mode, batch
+// reports each finished file when standard error is not a terminal, --fs
+// given for a file that states its rate is said to be ignored, and a
+// time column of a CSV file is not taken for the ECG.
+TEST(Program, NotesAndProgressGoToStandardError) {
+  TempDir dir;
+  const auto s = synthetic(200, 40, 41);
+  std::string csv = "time,ecg\n";
+  for (std::size_t i = 0; i < s.mv.size(); ++i) csv += std::to_string(i / 200.0) + "," + std::to_string(s.mv[i]) + "\n";
+  kelo::test::write_text(dir / "timed.csv", csv);
+  const auto timed = keloecg({"qrs", "--fs", "200", (dir / "timed.csv").string()});
+  EXPECT_EQ(timed.exit_code, 0);
+  EXPECT_EQ(timed.out.find("Note"), std::string::npos);
+  EXPECT_EQ(timed.err_lines(), std::vector<std::string>{"keloecg: warning: " + (dir / "timed.csv").string() +
+                                                        ": column 0 (time) counts time, not ECG: column 1 (ecg) is "
+                                                        "analysed (choose another with --lead)"});
+  EXPECT_NE(timed.out.find("Status      0 success"), std::string::npos) << timed.out;
+  // Without a header a column rising by a constant step is recognised too.
+  kelo::test::write_text(dir / "bare.csv", csv.substr(csv.find('\n') + 1));
+  expect_beats_at_true_times(run_json({"qrs", "--json", "--fs", "200", (dir / "bare.csv").string()})["qrs"], s);
+
+  const auto wfdb = keloecg({"qrs", "--fs", "250", (kData / "mitdb100-10s.hea").string(), "--duration", "15"});
+  EXPECT_NE(wfdb.err.find("--fs 250 ignored: the file gives its rate, 360 Hz"), std::string::npos) << wfdb.err;
+
+  kelo::test::write_raw<float>(dir / "a.f32", synthetic(200, 30, 42).mv);
+  kelo::test::write_raw<float>(dir / "b.f32", synthetic(200, 30, 43).mv);
+  const auto batch = keloecg({"batch", "--fs", "200", "-j", "1", (dir / "a.f32").string(), (dir / "b.f32").string(),
+                              "--out", (dir / "out").string()});
+  EXPECT_EQ(batch.exit_code, 0);
+  EXPECT_EQ(batch.err_lines(), (std::vector<std::string>{"keloecg: 1/2 a.f32 done", "keloecg: 2/2 b.f32 done"}));
+}
+
+// Without -o the report is named after the record, in the current folder,
+// and the message says where it went.
+TEST(Program, ReportWithoutOutputSaysWhereItWrote) {
+  TempDir dir;
+  const auto r = kelo::test::run_command(
+      {"sh", "-c", "cd " + kelo::test::shell_quote(dir.path().string()) + " && " + KELOECG_PROGRAM + " report"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  const fs::path page = dir / "mitdb100-5min-report.html";
+  EXPECT_TRUE(fs::exists(page));
+  EXPECT_TRUE(r.out.starts_with("Report written to " + page.string() + " (")) << r.out;
+  EXPECT_NE(r.out.find("no -o given"), std::string::npos);
 }
 
 // A result that cannot be written (no such folder, a folder in the way, a

@@ -143,6 +143,34 @@ TEST(Wfdb, AnnotationSkipAndModifiers) {
   EXPECT_THROW(wfdb::parse_annotations(b, "x"), InputError);
 }
 
+// What the writer encodes the reader decodes: long intervals (SKIP), every
+// modifier, codes and their mnemonics both ways.
+TEST(Wfdb, AnnotationsWrittenReadBack) {
+  std::vector<wfdb::Annotation> anns(5);
+  anns[0] = {0, 1, "N", 0, 0, 0, ""};
+  anns[1] = {1023, 5, "V", 2, 1, 7, "odd"};
+  anns[2] = {1024 + 1023, 28, "+", 0, 1, 7, "(AFIB"};
+  anns[3] = {5000000, 1, "N", 0, 0, 0, ""};
+  anns[4] = {5000000, 14, "~", 0, 0, 0, ""};
+  const std::string bytes = wfdb::encode_annotations(anns);
+  const auto read = wfdb::parse_annotations(std::vector<std::uint8_t>(bytes.begin(), bytes.end()), "x");
+  ASSERT_EQ(read.size(), anns.size());
+  for (std::size_t i = 0; i < anns.size(); ++i) {
+    const auto& a = anns[i];
+    const auto& b = read[i];
+    EXPECT_EQ(std::tuple(a.sample, a.code, a.symbol, a.subtype, a.chan, a.num, a.aux),
+              std::tuple(b.sample, b.code, b.symbol, b.subtype, b.chan, b.num, b.aux)) << i;
+  }
+  for (int code = 1; code < 42; ++code) {
+    if (!wfdb::code_symbol(code).empty()) {
+      EXPECT_EQ(wfdb::symbol_code(wfdb::code_symbol(code)), code);
+    }
+  }
+  EXPECT_EQ(wfdb::symbol_code("NN"), 0);
+  std::swap(anns[0], anns[1]);
+  EXPECT_THROW(wfdb::encode_annotations(anns), std::invalid_argument);  // out of order
+}
+
 TEST(Wfdb, BeatSymbols) {
   for (const char* s : {"N", "L", "R", "B", "A", "a", "J", "S", "V", "r", "F", "e", "j", "n", "E", "/", "f", "Q", "?"}) {
     EXPECT_TRUE(wfdb::is_beat_symbol(s)) << s;
@@ -226,6 +254,40 @@ TEST(Formats, RawFloatsWithSidecar) {
   EXPECT_EQ(std::tuple(rec.samples, rec.fs, rec.full_scale.value_or(0), rec.lead_name()), std::tuple(x, 360.0, 4.0, "II"));
   EXPECT_DOUBLE_EQ(load(dir / "r.f32", "", 128).fs, 128.0);  // --fs wins over the sidecar
   EXPECT_EQ(load(dir / "r64.f64", "", 128).samples, x);
+}
+
+// A part of a recording (from_s to to_s) is the same stretch of samples as
+// in the whole recording, in every format; WFDB files are read from an odd
+// frame of two interleaved signals on.
+TEST(Formats, PartsAreTheSameSamplesAsInTheWhole) {
+  TempDir dir;
+  std::vector<int> a(1001), b(1001);
+  std::vector<double> mv(1000);
+  for (int i = 0; i < 1001; ++i) a[static_cast<std::size_t>(i)] = (i * 37) % 1500 - 700, b[static_cast<std::size_t>(i)] = -i;
+  for (std::size_t i = 0; i < mv.size(); ++i) mv[i] = std::sin(0.1 * static_cast<double>(i));
+  kelo::test::write_wfdb(dir.path(), "w212", 212, 100, {b, a}, {"I", "II"});
+  kelo::test::write_wfdb(dir.path(), "w16", 16, 100, {a}, {"II"});
+  kelo::test::write_raw<float>(dir / "r.f32", mv);
+  kelo::test::write_edf(dir / "r.edf", false, 100, {mv}, {"ECG"}, "mV", 5.0);
+  std::string csv;
+  for (double v : mv) csv += std::to_string(v) + "\n";
+  kelo::test::write_text(dir / "r.csv", csv);
+  for (const char* name : {"w212.hea", "w16.hea", "r.f32", "r.edf", "r.csv"}) {
+    SCOPED_TRACE(name);
+    LoadOptions o;
+    o.lead = std::string(name) == "w212.hea" ? "II" : "";
+    o.fs = std::string(name).starts_with("r.") && std::string(name) != "r.edf" ? std::optional(100.0) : std::nullopt;
+    const auto whole = load_recording(dir / name, o);
+    o.from_s = 3.33;
+    o.to_s = 7.1;
+    const auto part = load_recording(dir / name, o);
+    EXPECT_EQ(std::tuple(part.first_sample, part.total_samples, part.samples.size()),
+              std::tuple(std::int64_t{333}, whole.total_samples, std::size_t{378}));
+    EXPECT_TRUE(std::equal(part.samples.begin(), part.samples.end(), whole.samples.begin() + 333));
+    o.from_s = 5.0;
+    o.to_s.reset();  // to the end
+    EXPECT_EQ(load_recording(dir / name, o).samples.size(), whole.samples.size() - 500);
+  }
 }
 
 // Text beyond a double's range: too small reads as the zero of its sign (a

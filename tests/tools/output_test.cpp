@@ -18,6 +18,27 @@ TEST(Output, Base64OfTheStandardVectors) {
   EXPECT_EQ(base64(high, 3), "//4A");
 }
 
+// The report's difference code, decoded as the page decodes it, gives the
+// samples back in whole steps: small and large differences, signs, and
+// the largest magnitudes.
+TEST(Output, DifferenceCodeDecodesToTheSteps) {
+  const std::vector<double> x = {0.0, 0.127, 0.0, -0.128, 5.0, 4.9995, -1e9, 1e9, 0.001, 0.0015, -0.0015};
+  const std::string code = difference_code(x, 0.001);
+  std::vector<long long> decoded;
+  long long v = 0;
+  for (std::size_t p = 0; p < code.size();) {
+    int d = static_cast<std::int8_t>(code[p++]);
+    if (d == -128) {
+      std::uint32_t w = 0;
+      for (int b = 0; b < 4; ++b) w |= static_cast<std::uint32_t>(static_cast<unsigned char>(code[p++])) << (8 * b);
+      d = static_cast<std::int32_t>(w);
+    }
+    decoded.push_back(v += d);
+  }
+  EXPECT_EQ(decoded, (std::vector<long long>{0, 127, 0, -128, 5000, 5000, -1073741823, 1073741823, 1, 2, -2}));
+  EXPECT_EQ(code.size(), 11u + 4 * 5);  // five differences beyond one byte
+}
+
 TEST(Output, TemplatePlaceholdersAreFilledOnceInOrder) {
   const std::string t = "<title>{{A}}</title><style>/*{{B}}*/</style>{{C}}";
   // Inserted text that looks like a placeholder is left alone.
@@ -29,13 +50,22 @@ TEST(Output, CsvFieldsAreQuotedWhenNeeded) {
   EXPECT_EQ(csv_line({"a", "b c", "d,e", "say \"hi\"", ""}), "a,b c,\"d,e\",\"say \"\"hi\"\"\",\n");
 }
 
-TEST(Output, ClockTextIsCutToTenths) {
+TEST(Output, ClockTextsAreCutToTenthsAndReadBack) {
   EXPECT_EQ(clock_text(0), "0:00.0");
   EXPECT_EQ(clock_text(1805.56), "30:05.5");
   EXPECT_EQ(clock_text(179.99), "2:59.9");
   EXPECT_EQ(clock_text(300), "5:00.0");
   EXPECT_EQ(clock_text(-61.25), "-1:01.2");
   EXPECT_EQ(clock_text(1e300), "1e+300 s");
+  // From an hour on, h:mm:ss (a day of ECG once printed as 1444:26.8).
+  EXPECT_EQ(clock_text(3600), "1:00:00.0");
+  EXPECT_EQ(clock_text(86666.88), "24:04:26.8");
+  EXPECT_EQ(clock_text(3599.99), "59:59.9");
+  EXPECT_EQ(clock_text(1.2345, 3), "0:01.234");
+  // And back: seconds or [h:]mm:ss.
+  const std::pair<const char*, double> read[] = {{"90", 90}, {"5.5", 5.5}, {"1:30", 90}, {"1:00:00.5", 3600.5}, {"0:00:00", 0}};
+  for (auto [text, seconds] : read) EXPECT_EQ(parse_clock(text), seconds) << text;
+  for (const char* bad : {"", "-5", "1:60", "1:2:3:4", "1.5:00", "abc", "1:", ":30", "inf"}) EXPECT_EQ(parse_clock(bad), std::nullopt) << bad;
 }
 
 TEST(Output, ValidationTableTotalsTheRecords) {

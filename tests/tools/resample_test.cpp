@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <random>
 
 #include "analysis.hpp"
 #include "errors.hpp"
@@ -47,6 +48,57 @@ TEST(Resample, LengthTimingAndAmplitudeAtCommonRates) {
   EXPECT_EQ(resample(std::vector<double>(650000, 0.0), 360.0, 200.0).size(), 361112u);
 }
 
+// Output samples computed from a cut of the input (with the reach of the
+// filter on both sides) are those of the whole recording, bit for bit, at
+// rates in small-integer ratios and at others; so are those near the ends.
+TEST(Resample, ACutGivesTheSameSamplesAsTheWhole) {
+  std::mt19937 random(7);
+  std::normal_distribution<double> noise;
+  for (double fs : {360.0, 250.0, 128.0, 1000.0 / 3.0, 257.0, 173.123456789, 2048.0}) {
+    SCOPED_TRACE(fs);
+    std::vector<double> x(static_cast<std::size_t>(fs * 20.0));
+    for (double& v : x) v = noise(random);
+    const auto n = static_cast<std::int64_t>(x.size());
+    const Resampler r(fs, 200.0);
+    const auto whole = resample(x, fs, 200.0);
+    ASSERT_EQ(static_cast<std::int64_t>(whole.size()), r.output_length(n));
+    for (auto [a, b] : {std::pair<std::int64_t, std::int64_t>{0, 10}, {1234, 2500}, {3990, 4000}, {0, 4000}}) {
+      b = std::min<std::int64_t>(b, static_cast<std::int64_t>(whole.size()));
+      auto [lo, hi] = r.input_span(a, b);
+      lo = std::clamp<std::int64_t>(lo, 0, n);
+      hi = std::clamp<std::int64_t>(hi, 0, n);
+      std::vector<double> out(static_cast<std::size_t>(b - a));
+      r.run(std::span(x).subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)), lo, n, a, out);
+      EXPECT_TRUE(std::equal(out.begin(), out.end(), whole.begin() + a)) << a << ".." << b;
+      if (hi - lo > 1 && lo > 0) {  // one sample short of what is needed
+        EXPECT_THROW(r.run(std::span(x).subspan(static_cast<std::size_t>(lo + 1), static_cast<std::size_t>(hi - lo - 1)),
+                           lo + 1, n, a, out),
+                     std::logic_error);
+      }
+    }
+  }
+}
+
+// A 10 Hz sine passes unchanged; above the output's Nyquist frequency a
+// sine is attenuated by 70 dB or more; a constant stays exactly constant
+// apart from rounding.
+TEST(Resample, PassBandAndStopBand) {
+  const auto rms_after = [](double fs, double hz) {
+    std::vector<double> x(static_cast<std::size_t>(fs * 10.0));
+    for (std::size_t i = 0; i < x.size(); ++i) x[i] = std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(i) / fs);
+    const auto y = resample(x, fs, 200.0);
+    double sum = 0;
+    for (std::size_t i = 400; i + 400 < y.size(); ++i) sum += y[i] * y[i];
+    return std::sqrt(sum / static_cast<double>(y.size() - 800));
+  };
+  for (double fs : {360.0, 500.0, 1000.0}) {
+    EXPECT_NEAR(rms_after(fs, 10.0), std::sqrt(0.5), 1e-4) << fs;
+    EXPECT_NEAR(rms_after(fs, 40.0), std::sqrt(0.5), 1e-3) << fs;
+    EXPECT_LT(rms_after(fs, 120.0), std::sqrt(0.5) * 3.2e-4) << fs;
+  }
+  for (double v : resample(std::vector<double>(1000, -5.12), 360.0, 200.0)) ASSERT_NEAR(v, -5.12, 1e-12);
+}
+
 TEST(Resample, SameRateIsExactAndSampleNumbersMapBothWays) {
   const std::vector<double> x = {0.1, 0.123456789012345, -7.0};
   EXPECT_EQ(resample(x, 200.0, 200.0), x);
@@ -61,12 +113,12 @@ TEST(Resample, SameRateIsExactAndSampleNumbersMapBothWays) {
 }
 
 Prepared seconds_at_200(double seconds) {
-  Prepared p;
-  p.recording.fs = 200.0;
-  p.recording.path = "rec.f32";
-  p.recording.samples.assign(static_cast<std::size_t>(seconds * 200.0), 0.0);
-  p.samples = p.recording.samples;
-  return p;
+  Recording r;
+  r.fs = 200.0;
+  r.path = "rec.f32";
+  r.samples.assign(static_cast<std::size_t>(seconds * 200.0), 0.0);
+  r.total_samples = static_cast<std::int64_t>(r.samples.size());
+  return prepare(std::move(r), {});
 }
 
 std::string excerpt_error(const Prepared& p, const AnalysisSettings& s, RunKind kind) {
@@ -87,7 +139,9 @@ TEST(Excerpt, StartDurationAndTheLimitsOfEachRun) {
   };
   s.start_s = 30;
   EXPECT_EQ(range(RunKind::Qrs), std::tuple(6000, 174000, false));
-  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 120000, true));  // at most 10 minutes
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 174000, false));  // long-term: all of it
+  s.short_hrv = true;
+  EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 120000, true));  // the bridge's: at most 10 minutes
   s.duration_s = 180;
   EXPECT_EQ(range(RunKind::Hrv), std::tuple(6000, 36000, false));  // exactly 3 minutes is enough
 

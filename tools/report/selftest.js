@@ -1,10 +1,11 @@
 // Self-check of a keloecg report, for tests and measurements only: never
 // part of a report. Put inside a <script> right after <head> of a copy of
-// the report (tests/tools/report_browser_test.cpp, bench-report.sh); it
-// collects script errors from the start, and once the page has loaded it
-// checks what the report drew and writes the result as JSON into
+// the report (tests/tools/report_browser_test.cpp, bench/long-recording.sh,
+// tools/report/bench-report.sh); it collects script errors from the start,
+// and once the page has loaded it reads what the report drew through its
+// handle (window.keloReport) and writes the result as JSON into
 // <pre id="kelo-selftest" hidden>. With #bench in the URL it also times the
-// redraws behind zooming and moving.
+// redraws behind paging and zooming.
 (function () {
   "use strict";
   const errors = [];
@@ -22,47 +23,38 @@
     out.textContent = JSON.stringify(result);
   }
 
-  // Markers drawn with the whole excerpt in view (batch() redraws at once
-  // instead of in a microtask); the view is restored afterwards.
-  function countMarkers(r) {
-    const saved = r.view();
-    r.ecg.batch(() => r.ecg.setScale("x", { min: r.xMin, max: r.xMax }));
-    const all = r.markersDrawn();
-    r.ecg.batch(() => r.ecg.setScale("x", { min: saved[0], max: saved[1] }));
-    return all;
-  }
+  const stats = (xs) => {
+    const s = xs.slice().sort((a, b) => a - b);
+    return { median: +s[s.length >> 1].toFixed(2), max: +s[s.length - 1].toFixed(2), steps: s.length };
+  };
 
-  // Redraw times while moving and zooming, without waiting for frames: each
-  // step redraws the ECG, the overview and the tachogram once.
+  // Redraw times while paging through the excerpt at several widths and
+  // while zooming from the whole excerpt to one second, each step one
+  // synchronous redraw of everything a view change touches.
   function bench(r) {
-    const time = (fn) => {
-      const a = performance.now();
-      r.ecg.batch(fn);
-      r.overview.batch(() => {});
-      if (r.tach) r.tach.batch(() => {});
-      return performance.now() - a;
+    const parts = { ecg: [], overview: [], segment: [] }, result = {}, all = [];
+    const time = (a, b) => {
+      const [e, o, s] = r.showTimed(a, b);
+      parts.ecg.push(e); parts.overview.push(o); parts.segment.push(s);
+      return e + o + s;
     };
-    const stats = (xs) => {
-      const s = xs.slice().sort((a, b) => a - b);
-      return { median: +s[s.length >> 1].toFixed(2), max: +s[s.length - 1].toFixed(2), steps: s.length };
-    };
-    const { xMin, xMax } = r;
-    const result = {};
-    const spans = { "10 s": 10, "1 min": 60, "whole excerpt": xMax - xMin };
-    for (const [name, span] of Object.entries(spans)) {
+    const { xMin, xMax } = r, whole = xMax - xMin;
+    for (const [name, span] of [["10 s", 10], ["1 min", 60], ["10 min", 600], ["1 h", 3600], ["whole excerpt", whole]]) {
+      if (span > whole) continue;
       const times = [];
-      for (let k = 0; k < 40; k++) {
-        const a = xMin + (xMax - xMin - span) * k / 39;
-        times.push(time(() => r.ecg.setScale("x", { min: a, max: a + span })));
-      }
-      result["pan, " + name + " in view"] = stats(times);
+      for (let k = 0; k < 40; k++) { const a = xMin + (whole - span) * k / 39; times.push(time(a, a + span)); }
+      result["page, " + name + " in view"] = stats(times);
+      all.push(...times);
     }
     const zoom = [];
     for (let k = 0; k < 40; k++) {
-      const span = (xMax - xMin) * Math.pow(0.85, k), mid = (xMin + xMax) / 2;
-      zoom.push(time(() => r.ecg.setScale("x", { min: mid - span / 2, max: mid + span / 2 })));
+      const span = whole * Math.pow(Math.pow(1 / whole, 1 / 39), k), mid = (xMin + xMax) / 2;
+      zoom.push(time(mid - span / 2, mid + span / 2));
     }
-    result["zoom from whole excerpt to 1 s"] = stats(zoom);
+    result["zoom from the whole excerpt to 1 s"] = stats(zoom);
+    all.push(...zoom);
+    result.all = stats(all);
+    result.parts = { ecg: stats(parts.ecg), overview: stats(parts.overview), segment: stats(parts.segment) };
     return result;
   }
 
@@ -70,16 +62,24 @@
     const r = window.keloReport;
     const result = { ready: false, errors };
     if (r) {
-      const D = JSON.parse(document.getElementById("kelo-data").textContent);
+      // Until everything is laid out, from the start of navigation.
+      void document.body.offsetHeight;
+      result.loadMs = +performance.now().toFixed(1);
+      result.marks = r.marks;
       result.plots = r.plots.length;
-      result.beatMarkers = D.qrs.r_peaks.sample_200hz.length;
-      result.unlikeAverage = D.review.classes.filter((c) => c === 0).length;
+      result.beatMarkers = r.beats;
+      result.view = r.view();
+      result.viewMarkers = r.markersDrawn();
+      result.selectedSegment = r.selectedSegment();
+      result.chunksDecoded = r.chunksDecoded();
+      result.markersDrawn = r.markersOverWhole();
+      result.unlikeAverage = r.unlikeAverage;
       result.addedBeats = r.addedBeats;
-      result.rrRemoved = new Set(D.review.rr_removed).size;
-      result.markersDrawn = countMarkers(r);
-      result.referenceMarkers = D.reference ? D.reference.time_s.length : 0;
+      result.rrRemoved = r.rrRemoved;
+      result.referenceMarkers = r.referenceMarkers;
       result.samples = r.samples;
-      result.buildMs = r.buildMs;
+      result.segments = r.segments;
+      result.hours = r.hours;
       result.ready = true;
       if (location.hash.indexOf("bench") >= 0) result.bench = bench(r);
     }

@@ -17,6 +17,7 @@
 #include "output.hpp"
 #include "parallel.hpp"
 #include "report.hpp"
+#include "wfdb.hpp"
 
 namespace keloecg {
 
@@ -46,16 +47,38 @@ void warn(const std::string& what) { std::fprintf(stderr, "keloecg: warning: %s\
 std::string input_or_bundled(const std::string& file) { return file.empty() ? bundled_recording() : file; }
 
 Prepared load(const CommonOptions& o, const std::string& file) {
-  Recording rec = load_recording(file, o.load);
-  // Text output shows the notes; keep machine-readable output clean and
-  // still tell the person at the terminal.
-  if (o.json || o.csv) {
-    for (const auto& w : rec.warnings) warn(rec.path + ": " + w);
-  }
-  return prepare(std::move(rec));
+  Recording rec = load_recording(file, read_window(o.load, o.analysis));
+  // Notes go to standard error in every mode, so that the output itself
+  // stays what was asked for.
+  for (const auto& w : rec.warnings) warn(rec.path + ": " + w);
+  return prepare(std::move(rec), o.analysis);
 }
 
 std::string dump(const Json& j) { return j.dump(2) + "\n"; }
+
+// The detected beats as a WFDB annotation file (MIT format) numbered at
+// the recording's own rate, so that WFDB tools read them beside the
+// record. A normal beat, and one whose label is not known (--beats normal
+// gives the normal-shaped beats alone), is written N. The other labels
+// (wide, premature, unknown) say nothing of where a beat arose, which the
+// format's beat codes do: those beats are written Q, unclassifiable, with
+// the label as the annotation's text.
+void write_beat_annotations(const CommonOptions& o, const Prepared& p, const QrsResult& q) {
+  if (o.annotations_out.empty()) return;
+  std::vector<wfdb::Annotation> beats;
+  const std::string normal = label_name(kNormalBeat);
+  for (const auto& b : beat_records(p, q)) {
+    wfdb::Annotation a;
+    a.sample = b.sample_original;
+    a.code = wfdb::symbol_code("N");
+    if (!b.label.empty() && b.label != normal) {
+      a.code = wfdb::symbol_code("Q");
+      a.aux = b.label;
+    }
+    beats.push_back(a);
+  }
+  write_file_atomically(o.annotations_out, wfdb::encode_annotations(beats));
+}
 
 // A JSON document as text, built and destroyed in a ReserveScope (see
 // memory_reserve.hpp), before anything is written.
@@ -106,14 +129,6 @@ std::optional<Excerpt> hrv_excerpt(const Prepared& p, const AnalysisSettings& s,
 
 bool same_excerpt(const Excerpt& a, const Excerpt& b) { return a.start == b.start && a.length == b.length; }
 
-HrvResult hrv_not_computed(QrsResult qrs, const std::string& why) {
-  HrvResult h;
-  h.status = qrs.status;
-  h.qrs = std::move(qrs);
-  h.not_computed = why;
-  return h;
-}
-
 }  // namespace
 
 namespace {
@@ -142,9 +157,21 @@ std::string bundled_recording() {
   return path.string();
 }
 
-int command_qrs(const CommonOptions& o, const std::string& file) {
+namespace {
+
+// A single recording: its segments are detected on all cores.
+CommonOptions on_all_cores(CommonOptions o) {
+  o.analysis.threads = default_jobs();
+  return o;
+}
+
+}  // namespace
+
+int command_qrs(const CommonOptions& options, const std::string& file) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   const QrsResult q = run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Qrs), o.analysis);
+  write_beat_annotations(o, p, q);
   if (o.json) {
     emit(o, json_text([&] { return document(p, o.analysis, &q, nullptr, nullptr); }));
   } else if (o.csv) {
@@ -155,20 +182,24 @@ int command_qrs(const CommonOptions& o, const std::string& file) {
   return 0;
 }
 
-int command_hrv(const CommonOptions& o, const std::string& file) {
+int command_hrv(const CommonOptions& options, const std::string& file) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
-  const HrvResult h = run_hrv(run_qrs(p, choose_excerpt(p, o.analysis, RunKind::Hrv), o.analysis), false);
+  const Excerpt e = choose_excerpt(p, o.analysis, RunKind::Hrv);
+  const HrvResult h = run_hrv(run_qrs(p, e, o.analysis), hrv_options(e, false));
+  write_beat_annotations(o, p, h.qrs);
   if (o.json) {
     emit(o, json_text([&] { return document(p, o.analysis, &h.qrs, &h, nullptr); }));
   } else if (o.csv) {
-    emit(o, csv_line(summary_header()) + csv_line(summary_row(p.recording.path, &p, &h.qrs, &h, nullptr, "")));
+    emit(o, hrv_csv(h));
   } else {
     emit(o, recording_text(p) + qrs_text(p, h.qrs, false) + hrv_text(h));
   }
   return 0;
 }
 
-int command_report(const CommonOptions& o, const std::string& file, const std::string& annotations) {
+int command_report(const CommonOptions& options, const std::string& file, const std::string& annotations) {
+  const CommonOptions o = on_all_cores(options);
   const Prepared p = load(o, input_or_bundled(file));
   std::string why;
   const auto hrv_range = hrv_excerpt(p, o.analysis, why);
@@ -179,9 +210,11 @@ int command_report(const CommonOptions& o, const std::string& file, const std::s
   if (ann) reference = load_reference_beats(*ann, p.recording.fs);
 
   QrsResult q = run_qrs(p, excerpt, o.analysis);
-  const HrvResult h = hrv_range ? run_hrv(std::move(q), true) : hrv_not_computed(std::move(q), why);
+  const HrvResult h =
+      hrv_range ? run_hrv(std::move(q), hrv_options(*hrv_range, true)) : hrv_not_computed(std::move(q), why);
   std::optional<Validation> v;
   if (reference) v = validate(p, h.qrs, *reference);
+  write_beat_annotations(o, p, h.qrs);
 
   const BeatReview review = review_beats(p, h.qrs);
   const std::string html = [&] {
@@ -189,12 +222,14 @@ int command_report(const CommonOptions& o, const std::string& file, const std::s
     return render_report(p, o.analysis, h, review, v ? &*v : nullptr);
   }();
   check_memory();
-  const fs::path out = o.output.empty() ? fs::path("report.html") : fs::path(o.output);
+  // Without -o the report is named after the record, in the current
+  // folder, and the message says so.
+  const fs::path out = o.output.empty() ? fs::path(p.recording.name + "-report.html") : fs::path(o.output);
   write_file_atomically(out, html);
   std::error_code ec;
   const fs::path shown = fs::absolute(out, ec);
-  std::printf("Report written to %s (%.0f KB): open it in a browser.\n", (ec ? out : shown).c_str(),
-              static_cast<double>(html.size()) / 1024.0);
+  std::printf("Report written to %s (%.0f KB%s): open it in a browser.\n", (ec ? out : shown).c_str(),
+              static_cast<double>(html.size()) / 1024.0, o.output.empty() ? ", no -o given" : "");
   return 0;
 }
 
@@ -314,7 +349,7 @@ BatchOutcome batch_one(const CommonOptions& o, const fs::path& file, const fs::p
     if (const auto range = hrv_excerpt(p, o.analysis, why)) {
       // Reuse the detection when the HRV excerpt is the same stretch.
       QrsResult q = same_excerpt(*range, run.qrs.excerpt) ? run.qrs : run_qrs(p, *range, o.analysis);
-      hrv = run_hrv(std::move(q), false);
+      hrv = run_hrv(std::move(q), hrv_options(*range, false));
     } else {
       hrv = hrv_not_computed(run.qrs, why);
     }

@@ -18,6 +18,7 @@ struct CommonOptions {
   bool json = false;
   bool csv = false;
   std::string output;  // write the result here instead of standard output
+  std::string annotations_out;  // write the detected beats here as a WFDB annotation file
 };
 
 // The recording used when no FILE is given.

@@ -1,7 +1,11 @@
 // EDF, EDF+ and BDF (BDF+) files through EDFlib.
 #include <edflib.h>
 
+#include <charconv>
 #include <cmath>
+#include <fstream>
+#include <optional>
+#include <string_view>
 #include <memory>
 #include <mutex>
 
@@ -43,6 +47,52 @@ std::string trimmed(const char* s) {
   return out;
 }
 
+// A field of a fixed-width ASCII header as a number.
+std::optional<long long> header_number(std::string_view field) {
+  while (!field.empty() && field.back() == ' ') field.remove_suffix(1);
+  while (!field.empty() && field.front() == ' ') field.remove_prefix(1);
+  long long v = 0;
+  const auto [ptr, ec] = std::from_chars(field.data(), field.data() + field.size(), v);
+  if (field.empty() || ec != std::errc() || ptr != field.data() + field.size()) return std::nullopt;
+  return v;
+}
+
+// A file shorter than its header announces: EDFlib calls that a format
+// error of the header; say what is wrong instead. Reads the header's own
+// fields (bytes in the header, data records, signals, samples per record);
+// a header that cannot be read this way is left to EDFlib.
+void check_complete(const fs::path& path, const std::string& where) {
+  std::ifstream in(path, std::ios::binary);
+  std::string head(256, '\0');
+  if (!in.read(head.data(), 256)) return;
+  const bool bdf = static_cast<unsigned char>(head[0]) == 0xFF;
+  const auto header_bytes = header_number(std::string_view(head).substr(184, 8));
+  const auto records = header_number(std::string_view(head).substr(236, 8));
+  const auto signals = header_number(std::string_view(head).substr(252, 4));
+  if (!header_bytes || !records || !signals || *records < 0 || *signals < 1 || *signals > 4096 ||
+      *header_bytes != 256 * (*signals + 1)) {
+    return;
+  }
+  std::string fields(static_cast<std::size_t>(*signals) * 216 + static_cast<std::size_t>(*signals) * 40, '\0');
+  if (!in.read(fields.data(), static_cast<std::streamsize>(fields.size()))) return;
+  long long per_record = 0;  // samples of every signal in one data record
+  for (long long k = 0; k < *signals; ++k) {
+    const auto n = header_number(std::string_view(fields).substr(static_cast<std::size_t>(*signals * 216 + k * 8), 8));
+    if (!n || *n < 0) return;
+    per_record += *n;
+  }
+  const long long record_bytes = per_record * (bdf ? 3 : 2);
+  std::error_code ec;
+  const auto size = static_cast<long long>(fs::file_size(path, ec));
+  if (ec || record_bytes <= 0) return;
+  const long long whole = (size - *header_bytes) / record_bytes;
+  if (whole < *records) {
+    throw InputError(where, "truncated: the header announces " + std::to_string(*records) + " data records of " +
+                                std::to_string(record_bytes) + " bytes, the file holds " +
+                                std::to_string(std::max(0LL, whole)) + " whole ones");
+  }
+}
+
 struct EdfFile {
   int handle = -1;
   ~EdfFile() {
@@ -55,6 +105,7 @@ struct EdfFile {
 Recording read_edf(const fs::path& path, const LoadOptions& options) {
   const std::string where = display(path);
   require_readable_file(path);
+  check_complete(path, where);
   std::lock_guard guard(edflib_lock());
 
   auto hdr = std::make_unique<edf_hdr_struct>();  // large: kept off the stack
@@ -82,7 +133,13 @@ Recording read_edf(const fs::path& path, const LoadOptions& options) {
   rec.full_scale = std::max(std::abs(param.phys_max), std::abs(param.phys_min));
   rec.full_scale_source = "physical range of the file";
 
-  rec.samples.resize(static_cast<std::size_t>(param.smp_in_file));
+  rec.total_samples = param.smp_in_file;
+  const auto range = requested_range(options, rec.fs, rec.total_samples);
+  rec.first_sample = range.first;
+  rec.samples.resize(static_cast<std::size_t>(range.last - range.first));
+  if (range.first > 0 && edfseek(file.handle, lead, range.first, EDFSEEK_SET) != range.first) {
+    throw InputError(where, "cannot seek to sample " + std::to_string(range.first));
+  }
   std::size_t done = 0;
   while (done < rec.samples.size()) {
     const int chunk = static_cast<int>(std::min<std::size_t>(rec.samples.size() - done, 1 << 20));

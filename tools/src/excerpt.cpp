@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <stdexcept>
 
 #include "analysis.hpp"
 #include "errors.hpp"
@@ -11,23 +12,19 @@
 
 namespace keloecg {
 
-Prepared prepare(Recording recording) {
-  // The converter resamples by factors from 1/256 to 256.
-  constexpr double kLowest = kAnalysisRate / 256.0, kHighest = kAnalysisRate * 256.0;
-  if (!(recording.fs >= kLowest && recording.fs <= kHighest)) {
-    throw InputError(recording.path, "a sampling rate of " + short_number(recording.fs) +
-                                         " Hz cannot be brought to 200 Hz (rates from 0.79 to 51200 Hz can)");
-  }
-  Prepared p;
-  p.samples = resample(recording.samples, recording.fs, kAnalysisRate);
-  p.map.original_fs = recording.fs;
-  p.recording = std::move(recording);
-  return p;
+LoadOptions read_window(LoadOptions options, const AnalysisSettings& settings) {
+  constexpr double kMargin = 1.0;
+  options.from_s = std::max(0.0, settings.start_s - kMargin);
+  options.to_s.reset();
+  if (settings.duration_s) options.to_s = settings.start_s + *settings.duration_s + kMargin;
+  return options;
 }
 
-Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kind) {
-  const std::string& where = p.recording.path;
-  const auto total = static_cast<std::int64_t>(p.samples.size());
+namespace {
+
+// The stretch --start and --duration select in a recording of `total`
+// samples at 200 Hz, without the limits of the runs.
+Excerpt select(const std::string& where, double recording_s, std::int64_t total, const AnalysisSettings& s) {
   if (!(s.start_s >= 0.0) || !std::isfinite(s.start_s)) throw InputError("", "--start must be 0 or more seconds");
   if (s.duration_s && !(*s.duration_s > 0.0 && std::isfinite(*s.duration_s))) {
     throw InputError("", "--duration must be more than 0 seconds");
@@ -38,25 +35,75 @@ Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kin
   else e.start = std::llround(s.start_s * kAnalysisRate);
   if (e.start >= total) {
     throw InputError(where, "--start " + clock_text(s.start_s) + " lies beyond the end of the recording (" +
-                                clock_text(p.recording.duration_s()) + ")");
+                                clock_text(recording_s) + ")");
   }
   e.length = total - e.start;
   if (s.duration_s && *s.duration_s * kAnalysisRate < static_cast<double>(e.length)) {
     e.length = std::llround(*s.duration_s * kAnalysisRate);
   }
+  return e;
+}
 
+}  // namespace
+
+std::span<const double> Prepared::excerpt(const Excerpt& e) const {
+  if (e.start < offset || e.end() > offset + static_cast<std::int64_t>(samples.size()) || e.length < 0) {
+    throw std::logic_error("excerpt outside the prepared samples");
+  }
+  return std::span<const double>(samples).subspan(static_cast<std::size_t>(e.start - offset),
+                                                  static_cast<std::size_t>(e.length));
+}
+
+Prepared prepare(Recording recording, const AnalysisSettings& settings) {
+  const Resampler resampler(recording.fs, kAnalysisRate);
+  Prepared p;
+  p.map.original_fs = recording.fs;
+  p.total = resampler.output_length(recording.total_samples);
+  const Excerpt range = select(recording.path, recording.duration_s(), p.total, settings);
+  p.offset = range.start;
+  if (resampler.identity()) {
+    // Already at 200 Hz: the samples asked for are kept in place.
+    auto& x = recording.samples;
+    const auto from = range.start - recording.first_sample, to = range.end() - recording.first_sample;
+    if (from < 0 || to > static_cast<std::int64_t>(x.size())) throw std::logic_error("excerpt outside the samples read");
+    x.erase(x.begin() + to, x.end());
+    x.erase(x.begin(), x.begin() + from);
+    p.samples = std::move(x);
+  } else {
+    p.samples.resize(static_cast<std::size_t>(range.length));
+    resampler.run(recording.samples, recording.first_sample, recording.total_samples, range.start, p.samples);
+  }
+  recording.samples = {};  // the original-rate samples are not needed any more
+  p.recording = std::move(recording);
+  return p;
+}
+
+Excerpt choose_excerpt(const Prepared& p, const AnalysisSettings& s, RunKind kind) {
+  const std::string& where = p.recording.path;
+  Excerpt e = select(where, p.recording.duration_s(), p.total, s);
   const std::int64_t minimum = kind == RunKind::Hrv ? kHrvMinSamples : kQrsMinSamples;
   if (e.length < minimum) {
     const std::string what = kind == RunKind::Hrv ? "HRV needs at least 3 minutes" : "R-peak detection needs at least 15 s";
     throw InputError(where, "recording too short: " + clock_text(e.duration_s()) +
                                 (e.start > 0 || s.duration_s ? " in the chosen excerpt" : "") + ", " + what);
   }
-  if (kind == RunKind::Hrv && e.length > kHrvMaxSamples) {
+  if (kind == RunKind::Hrv && s.short_hrv && e.length > kHrvMaxSamples) {
     e.length = kHrvMaxSamples;
     e.capped = true;
   }
   if (e.length > INT32_MAX) throw InputError(where, "recording too long for one analysis; choose an excerpt with --duration");
   return e;
+}
+
+std::vector<BeatRecord> beat_records(const Prepared& p, const QrsResult& q) {
+  std::vector<BeatRecord> out;
+  out.reserve(q.r_peaks.size());
+  for (std::size_t i = 0; i < q.r_peaks.size(); ++i) {
+    const auto s = q.r_peaks[i];
+    out.push_back({s, p.map.to_original(s), static_cast<double>(s) / kAnalysisRate,
+                   i < q.labels.size() ? label_name(q.labels[i]) : ""});
+  }
+  return out;
 }
 
 std::string status_text(int status) {

@@ -1,4 +1,5 @@
-// Results as JSON, CSV and text for people.
+// Results as JSON, CSV and text for people. Every figure is given with the
+// span of the recording it covers.
 #pragma once
 
 #include <initializer_list>
@@ -26,8 +27,10 @@ inline Json json_object(std::initializer_list<std::pair<const char*, Json>> memb
 
 Json recording_json(const Prepared& p);
 Json settings_json(const AnalysisSettings& s);
+Json span_json(const Excerpt& e);
 Json qrs_json(const Prepared& p, const QrsResult& q);
 Json hrv_json(const HrvResult& h);  // the HRV part only (the R peaks are in qrs_json)
+Json figures_json(const HrvFigures& f);
 Json counts_json(const MatchCounts& c);
 Json classes_json(const ClassCounts& c);
 Json label_counts_json(const std::vector<int>& labels);  // beats per label name
@@ -38,7 +41,8 @@ Json validation_json(const Validation& v);
 Json document(const Prepared& p, const AnalysisSettings& s, const QrsResult* qrs, const HrvResult* hrv,
               const Validation* validation);
 
-// Text for people.
+// Text for people. Notes about the recording are not part of it (they go
+// to standard error).
 std::string recording_text(const Prepared& p);
 std::string qrs_text(const Prepared& p, const QrsResult& q, bool beats_listed);
 std::string beats_text(const Prepared& p, const QrsResult& q);
@@ -46,9 +50,14 @@ std::string hrv_text(const HrvResult& h);
 // One row per record and, with several, a total row.
 std::string validation_text(const std::vector<Validation>& rows);
 
-// CSV.
+// CSV. Column names carry their unit.
+// One row per R peak with the excerpt's figures beside it (one row with
+// empty beat columns when there is none).
 std::string beats_csv(const Prepared& p, const QrsResult& q);
-// The summary columns shared by `hrv --csv` and the batch summary.
+// One row per span: the whole excerpt, and for the long-term analysis the
+// mean of the 5-minute segments, every hour and every segment.
+std::string hrv_csv(const HrvResult& h);
+// The summary columns of the batch summary, one row per recording.
 std::vector<std::string> summary_header();
 std::vector<std::string> summary_row(const std::string& file, const Prepared* p, const QrsResult* qrs,
                                      const HrvResult* hrv, const Validation* validation,
@@ -58,5 +67,9 @@ std::string csv_line(const std::vector<std::string>& fields);
 
 // Numbers as the text and CSV outputs show them ("" for NaN in CSV).
 std::string number(double v, int significant = 6);
+
+// Names of the HRV figures with their unit, as CSV columns ("sdnn_s").
+std::string time_column(std::size_t i);
+std::string freq_column(std::size_t i);
 
 }  // namespace keloecg

@@ -8,19 +8,23 @@
 namespace keloecg {
 
 ProgressBar::ProgressBar(std::size_t total, bool enabled)
-    : total_(total), enabled_(enabled && ::isatty(STDERR_FILENO) == 1) {
-  if (enabled_) draw("");
+    : total_(total), bar_(enabled && ::isatty(STDERR_FILENO) == 1), lines_(enabled && !bar_) {
+  if (bar_) draw("");
 }
 
 ProgressBar::~ProgressBar() {
-  if (enabled_) std::fputs("\r\033[K", stderr);
+  if (bar_) std::fputs("\r\033[K", stderr);
 }
 
 void ProgressBar::done(const std::string& name, bool ok) {
   std::lock_guard guard(mutex_);
   ++finished_;
   failed_ += ok ? 0 : 1;
-  if (enabled_) draw(name);
+  if (bar_) draw(name);
+  if (lines_) {
+    std::fprintf(stderr, "keloecg: %zu/%zu %s %s\n", finished_, total_, name.c_str(), ok ? "done" : "failed");
+    std::fflush(stderr);
+  }
 }
 
 void ProgressBar::draw(const std::string& name) {

@@ -12,8 +12,9 @@
 
 namespace keloecg {
 
-// A one-line progress bar on standard error, drawn only when standard
-// error is a terminal. Safe to call from several threads.
+// Progress on standard error: a one-line bar redrawn in place on a
+// terminal, otherwise one line per finished job (for logs). Safe to call
+// from several threads.
 class ProgressBar {
  public:
   ProgressBar(std::size_t total, bool enabled);
@@ -24,7 +25,8 @@ class ProgressBar {
   void draw(const std::string& name);
   std::mutex mutex_;
   std::size_t total_, finished_ = 0, failed_ = 0;
-  bool enabled_;
+  bool bar_;    // on a terminal
+  bool lines_;  // elsewhere
 };
 
 // Calls job(i) for i in [0, count) on `threads` threads (at least one);

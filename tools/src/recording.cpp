@@ -119,6 +119,16 @@ bool looks_like_recording(const fs::path& path) {
 
 namespace detail {
 
+SampleRange requested_range(const LoadOptions& options, double fs, std::int64_t total) {
+  const auto at = [&](double s) {
+    const double k = std::floor(s * fs);
+    return k <= 0.0 ? std::int64_t{0} : k >= static_cast<double>(total) ? total : static_cast<std::int64_t>(k);
+  };
+  const std::int64_t first = at(options.from_s);
+  const std::int64_t last = options.to_s ? std::max(first, std::min(total, at(*options.to_s) + 1)) : total;
+  return {first, last};
+}
+
 int choose_lead(const std::vector<std::string>& names, const std::string& lead, const std::string& where) {
   const auto listing = [&] {
     std::string s = names.size() == 1 ? "the recording has 1 lead: " : "the recording has " + std::to_string(names.size()) + " leads: ";
@@ -161,7 +171,7 @@ Recording read_wfdb(const fs::path& header_path, const LoadOptions& options) {
   for (const auto& s : header.signals) names.push_back(s.description);
   const int lead = choose_lead(names, options.lead, where);
   const auto& sig = header.signals[static_cast<std::size_t>(lead)];
-  auto data = wfdb::read_signal(header, header_path, lead);
+  auto data = wfdb::read_signal(header, header_path, lead, options.from_s, options.to_s);
 
   Recording rec;
   rec.name = header.record;
@@ -171,6 +181,8 @@ Recording read_wfdb(const fs::path& header_path, const LoadOptions& options) {
   rec.lead_index = lead;
   rec.units = sig.units;
   rec.warnings = std::move(data.warnings);
+  rec.first_sample = data.first;
+  rec.total_samples = data.total;
 
   // Invalid-sample codes mark gaps; the last valid value is held over them
   // (the first valid value before the first one) so the detector sees a
@@ -239,9 +251,23 @@ Recording load_recording(const fs::path& path, const LoadOptions& options) {
   if (!(rec.fs > 0.0) || !std::isfinite(rec.fs)) {
     throw InputError(where, "bad sampling rate " + fmt_number(rec.fs) + " Hz");
   }
+  // An ECG sampled below 50 Hz has lost its QRS complexes, and resampling
+  // from above 10 kHz would take long for nothing.
+  if (rec.fs < kLowestSamplingRate || rec.fs > kHighestSamplingRate) {
+    throw InputError(where, "a sampling rate of " + fmt_number(rec.fs) + " Hz is outside what keloecg analyses (" +
+                                fmt_number(kLowestSamplingRate) + " Hz to " + fmt_number(kHighestSamplingRate / 1000) + " kHz)");
+  }
+  // Formats that store their rate keep it (several files of different
+  // formats may be given together, --fs meant for the raw ones).
+  if (options.fs && *options.fs != rec.fs) {
+    rec.warnings.push_back("--fs " + fmt_number(*options.fs) + " ignored: the file gives its rate, " +
+                           fmt_number(rec.fs) + " Hz (--fs is for text and raw input)");
+  }
+  if (rec.total_samples == 0) throw InputError(where, "holds no samples");
   for (std::size_t i = 0; i < rec.samples.size(); ++i) {
     if (!std::isfinite(rec.samples[i])) {
-      throw InputError(where, "sample " + std::to_string(i) + " (at " + fmt_number(static_cast<double>(i) / rec.fs) +
+      const auto at = rec.first_sample + static_cast<std::int64_t>(i);
+      throw InputError(where, "sample " + std::to_string(at) + " (at " + fmt_number(static_cast<double>(at) / rec.fs) +
                                   " s) is " + (std::isnan(rec.samples[i]) ? "not a number (NaN)" : "infinite"));
     }
   }

@@ -3,12 +3,17 @@
 // little-endian float32/float64.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace keloecg {
+
+// The sampling rates keloecg analyses.
+inline constexpr double kLowestSamplingRate = 50.0;
+inline constexpr double kHighestSamplingRate = 10000.0;
 
 struct LoadOptions {
   // "auto" (by extension, then by content), "wfdb", "edf", "csv", "f32", "f64".
@@ -18,6 +23,11 @@ struct LoadOptions {
   std::string lead;
   // Sampling rate of text and raw input (those formats do not store it).
   std::optional<double> fs;
+  // The part of the recording to read, in seconds from its start (default:
+  // all of it). Readers that can seek read only this part; the others keep
+  // only its samples.
+  double from_s = 0.0;
+  std::optional<double> to_s;
 };
 
 struct Recording {
@@ -25,7 +35,12 @@ struct Recording {
   std::string name;    // record name or file stem
   std::string format;  // "WFDB 212", "EDF+", "CSV", "float32", ...
   double fs = 0.0;     // sampling rate of `samples`, Hz
-  std::vector<double> samples;  // the chosen lead, in `units`
+  // The chosen lead, in `units`: samples first_sample .. first_sample +
+  // samples.size() - 1 of the total_samples of the whole lead (the part
+  // that LoadOptions asked for).
+  std::vector<double> samples;
+  std::int64_t first_sample = 0;
+  std::int64_t total_samples = 0;
   std::string units = "mV";     // "mV" whenever the file's unit was recognised
   int lead_index = 0;
   std::vector<std::string> lead_names;  // one per lead ("" when unnamed)
@@ -38,7 +53,7 @@ struct Recording {
   // (REC.atr of a WFDB record, STEM.beats.txt or STEM.atr otherwise).
   std::optional<std::filesystem::path> annotations;
 
-  double duration_s() const { return fs > 0.0 ? static_cast<double>(samples.size()) / fs : 0.0; }
+  double duration_s() const { return fs > 0.0 ? static_cast<double>(total_samples) / fs : 0.0; }
   const std::string& lead_name() const { return lead_names.at(static_cast<std::size_t>(lead_index)); }
 };
 

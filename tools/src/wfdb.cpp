@@ -2,8 +2,11 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
+#include <fstream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include "errors.hpp"
 #include "file_util.hpp"
@@ -217,9 +220,18 @@ std::size_t samples_in(int format, std::size_t bytes) {
   return format == 212 ? bytes * 2 / 3 : bytes / 2;
 }
 
+// Byte position of stream sample s (even for format 212).
+std::uint64_t byte_of(int format, std::uint64_t s) { return format == 212 ? s / 2 * 3 : s * 2; }
+
+// Bytes that hold `count` stream samples from an even sample on.
+std::uint64_t bytes_for(int format, std::uint64_t count) {
+  return format == 212 ? count / 2 * 3 + (count % 2) * 2 : count * 2;
+}
+
 }  // namespace
 
-SignalData read_signal(const Header& header, const std::filesystem::path& header_path, int index) {
+SignalData read_signal(const Header& header, const std::filesystem::path& header_path, int index, double from_s,
+                       std::optional<double> to_s) {
   const SignalLine& sig = header.signals.at(static_cast<std::size_t>(index));
   const std::string where = display(header_path);
   if (sig.format != 212 && sig.format != 16) {
@@ -249,35 +261,64 @@ SignalData read_signal(const Header& header, const std::filesystem::path& header
   }
 
   const auto dat_path = header_path.parent_path() / sig.file;
-  const auto bytes = read_bytes(dat_path);
-  const std::size_t offset = static_cast<std::size_t>(sig.byte_offset);
-  if (offset > bytes.size()) throw InputError(display(dat_path), "shorter than its byte offset");
-  const std::span<const std::uint8_t> data(bytes.data() + offset, bytes.size() - offset);
+  const std::string dat = display(dat_path);
+  require_readable_file(dat_path);
+  std::error_code ec;
+  const std::uint64_t size = std::filesystem::file_size(dat_path, ec);
+  if (ec) throw InputError(dat, "cannot read its size: " + ec.message());
+  const auto offset = static_cast<std::uint64_t>(sig.byte_offset);
+  if (offset > size) throw InputError(dat, "shorter than its byte offset");
 
-  const std::size_t available = samples_in(sig.format, data.size()) / static_cast<std::size_t>(group);
-  std::size_t frames = available;
+  const auto g = static_cast<std::uint64_t>(group);
+  const std::uint64_t available = samples_in(sig.format, size - offset) / g;
+  std::uint64_t frames = available;
   if (header.samples_per_signal) {
-    frames = static_cast<std::size_t>(*header.samples_per_signal);
+    frames = static_cast<std::uint64_t>(*header.samples_per_signal);
     if (frames > available) {
-      throw InputError(display(dat_path), "truncated: the header announces " + std::to_string(frames) +
-                                              " samples per signal, the file holds " +
-                                              std::to_string(available));
+      throw InputError(dat, "truncated: the header announces " + std::to_string(frames) +
+                                " samples per signal, the file holds " + std::to_string(available));
     }
   }
-  const std::size_t total = frames * static_cast<std::size_t>(group);
-  const auto stream = sig.format == 212 ? decode_212(data, total) : decode_16(data, total);
+  auto frame_at = [&](double s) {
+    const double f = std::floor(s * header.fs);
+    return f <= 0.0 ? std::uint64_t{0} : f >= static_cast<double>(frames) ? frames : static_cast<std::uint64_t>(f);
+  };
+  const std::uint64_t first = frame_at(from_s);
+  const std::uint64_t last = to_s ? std::max(first, std::min(frames, frame_at(*to_s) + 1)) : frames;
 
   SignalData out;
-  out.adc.resize(frames);
-  for (std::size_t f = 0; f < frames; ++f) out.adc[f] = stream[f * group + position];
+  out.first = static_cast<long long>(first);
+  out.total = static_cast<long long>(frames);
+  out.adc.reserve(last - first);
+  std::ifstream in(dat_path, std::ios::binary);
+  if (!in) throw InputError(dat, "cannot open");
+  // Blocks of an even number of frames from an even stream sample on, so
+  // that every block starts on a whole byte pair of format 212.
+  constexpr std::uint64_t kBlock = 1 << 16;
+  std::uint64_t f = g % 2 == 1 ? first & ~std::uint64_t{1} : first;
+  std::vector<std::uint8_t> bytes;
+  while (f < last) {
+    const std::uint64_t n = std::min(kBlock, last - f);
+    const std::uint64_t from = f * g;
+    bytes.resize(bytes_for(sig.format, n * g));
+    in.seekg(static_cast<std::streamoff>(offset + byte_of(sig.format, from)));
+    if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
+      throw InputError(dat, "read error (did the file change while it was read?)");
+    }
+    const auto stream = sig.format == 212 ? decode_212(bytes, n * g) : decode_16(bytes, n * g);
+    for (std::uint64_t k = 0; k < n; ++k) {
+      if (f + k >= first) out.adc.push_back(stream[k * g + static_cast<std::uint64_t>(position)]);
+    }
+    f += n;
+  }
 
   const std::string label = "signal " + std::to_string(index);
-  if (sig.initial_value && !out.adc.empty() && out.adc.front() != *sig.initial_value) {
+  if (sig.initial_value && first == 0 && !out.adc.empty() && out.adc.front() != *sig.initial_value) {
     out.warnings.push_back(label + ": first sample " + std::to_string(out.adc.front()) +
                            " differs from the header's initial value " +
                            std::to_string(*sig.initial_value));
   }
-  if (sig.checksum && header.samples_per_signal) {
+  if (sig.checksum && header.samples_per_signal && first == 0 && last == frames) {
     const int sum = checksum16(out.adc);
     if (sum != *sig.checksum) {
       out.warnings.push_back(label + ": checksum " + std::to_string(sum) +
@@ -288,12 +329,65 @@ SignalData read_signal(const Header& header, const std::filesystem::path& header
   return out;
 }
 
-std::string_view code_symbol(int code) {
-  static constexpr std::array<std::string_view, 42> symbols = {
+namespace {
+
+constexpr std::array<std::string_view, 42> kSymbols = {
       "",  "N", "L", "R", "a", "V", "F", "J", "A", "S", "E", "j", "/", "Q",
       "~", "",  "|", "",  "s", "T", "*", "D", "\"", "=", "p", "B", "^", "t",
       "+", "u", "?", "!", "[", "]", "e", "n", "@", "x", "f", "(", ")", "r"};
-  return code >= 0 && code < static_cast<int>(symbols.size()) ? symbols[code] : std::string_view();
+
+}  // namespace
+
+std::string_view code_symbol(int code) {
+  return code >= 0 && code < static_cast<int>(kSymbols.size()) ? kSymbols[static_cast<std::size_t>(code)] : std::string_view();
+}
+
+int symbol_code(std::string_view symbol) {
+  for (std::size_t code = 1; code < kSymbols.size(); ++code) {
+    if (!symbol.empty() && kSymbols[code] == symbol) return static_cast<int>(code);
+  }
+  return 0;
+}
+
+std::string encode_annotations(std::span<const Annotation> annotations) {
+  enum : unsigned { kSkip = 59, kNum = 60, kSub = 61, kChn = 62, kAux = 63 };
+  std::string out;
+  const auto word = [&](unsigned code, unsigned value) {
+    const unsigned w = code << 10 | (value & 0x3FF);
+    out += static_cast<char>(w & 0xFF);
+    out += static_cast<char>(w >> 8);
+  };
+  long long time = 0;
+  int chan = 0, num = 0;
+  for (const Annotation& a : annotations) {
+    if (a.code < 1 || a.code > 49) throw std::invalid_argument("annotation code " + std::to_string(a.code) + " cannot be written");
+    long long delta = a.sample - time;
+    if (delta < 0) throw std::invalid_argument("annotations out of time order");
+    if (delta > 1023) {
+      if (delta > INT32_MAX) throw std::invalid_argument("annotation interval too long");
+      // The 32-bit interval, high 16 bits first, each half little-endian.
+      word(kSkip, 0);
+      const auto interval = static_cast<std::uint32_t>(delta);
+      for (std::uint32_t half : {interval >> 16, interval & 0xFFFF}) {
+        out += static_cast<char>(half & 0xFF);
+        out += static_cast<char>(half >> 8);
+      }
+      delta = 0;
+    }
+    word(static_cast<unsigned>(a.code), static_cast<unsigned>(delta));
+    time = a.sample;
+    if (a.subtype != 0) word(kSub, static_cast<unsigned>(a.subtype));
+    if (a.chan != chan) word(kChn, static_cast<unsigned>(chan = a.chan));
+    if (a.num != num) word(kNum, static_cast<unsigned>(num = a.num));
+    if (!a.aux.empty()) {
+      const std::string aux = a.aux.substr(0, 255);
+      word(kAux, static_cast<unsigned>(aux.size()));
+      out += aux;
+      if (aux.size() % 2) out += '\0';
+    }
+  }
+  word(0, 0);
+  return out;
 }
 
 bool is_beat_symbol(std::string_view symbol) {

@@ -65,15 +65,20 @@ int invalid_sample_code(int format);
 int checksum16(std::span<const int> samples);
 
 struct SignalData {
-  std::vector<int> adc;      // ADC values of the chosen signal
+  std::vector<int> adc;        // ADC values of frames first .. first + adc.size() - 1
+  long long first = 0;
+  long long total = 0;         // frames in the record
   std::vector<std::string> warnings;
 };
 
 // Reads the ADC values of signal `index` of the record whose header was
-// parsed from `header_path`. Throws InputError for missing or truncated
-// files and unsupported layouts; a checksum or initial value that does not
-// match the header is reported as a warning.
-SignalData read_signal(const Header& header, const std::filesystem::path& header_path, int index);
+// parsed from `header_path`: the frames from `from_s` seconds to `to_s`
+// (default: to the end), and only the bytes that hold them. Throws
+// InputError for missing or truncated files and unsupported layouts; a
+// checksum or initial value that does not match the header is reported as
+// a warning (the checksum only when the whole signal is read).
+SignalData read_signal(const Header& header, const std::filesystem::path& header_path, int index,
+                       double from_s = 0.0, std::optional<double> to_s = std::nullopt);
 
 struct Annotation {
   long long sample = 0;  // 0-based sample number at the record's rate
@@ -90,8 +95,17 @@ struct Annotation {
 std::vector<Annotation> parse_annotations(std::span<const std::uint8_t> bytes,
                                           const std::string& where);
 
+// An MIT-format annotation file holding `annotations` (in time order,
+// sample numbers from 0): every field is written, intervals of more than
+// 1023 samples with a SKIP entry. Throws std::invalid_argument for
+// annotations out of order or with a code outside 1..49.
+std::string encode_annotations(std::span<const Annotation> annotations);
+
 // Mnemonic of an annotation code ("" for codes without one).
 std::string_view code_symbol(int code);
+
+// The code of a mnemonic (0 for none).
+int symbol_code(std::string_view symbol);
 
 // True for the symbols that mark a beat: N L R B A a J S V r F e j n E / f Q ?
 bool is_beat_symbol(std::string_view symbol);

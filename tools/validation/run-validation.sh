@@ -34,7 +34,8 @@ rm -rf "$out/batch"
 
 # The batch summary holds the same counts, record by record, in the same
 # order (folders are read in sorted order, as the shell sorts the globs).
-batch_counts=$(awk -F, 'NR > 1 && $3 == "" && $27 != "" { print $28, $29, $30 }' "$out/batch/summary.csv")
+batch_counts=$(awk -F, 'NR == 1 { for (i = 1; i <= NF; i++) col[$i] = i; next }
+  $col["error"] == "" && $col["reference_beats"] != "" { print $col["tp"], $col["fn"], $col["fp"] }' "$out/batch/summary.csv")
 single_counts=$(for s in "${sets[@]}"; do awk -F, 'NR > 1 && $1 != "total" { print $4, $5, $6 }' "$out/$s.csv"; done)
 if [ "$batch_counts" != "$single_counts" ]; then
   echo "MISMATCH between batch and single runs" >&2
