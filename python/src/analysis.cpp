@@ -131,6 +131,10 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade,
   std::array<double, KELO_HRV_TIME_RESULTS> time{};
   std::array<double, KELO_HRV_FREQ_RESULTS> freq{};
   std::int32_t status = KELO_STATUS_NO_USABLE_BEATS;
+  // calcStatNN's own figures mark SDANN and the SDNN index -1 when they
+  // cannot be formed (calcHrv reports such an SDANN as 0): those are None,
+  // as keloecg leaves them out.
+  std::array<double, KELO_HRV_TIME_RESULTS> raw{};
   {
     py::gil_scoped_release unlocked;
     if (count > 1) {
@@ -144,8 +148,15 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade,
       time = h.time;
       freq = h.freq;
       status = h.status;
+      calcStatNN(series->t.data(), series->rr.data(), series->annotations.data(),
+                 static_cast<std::int32_t>(series->intervals), raw.data());
     } else if (rate) {
-      calcHrv(positions.data(), count - 1, fs, time.data(), freq.data(), &status);
+      const std::int32_t n = count - 1;
+      calcHrv(positions.data(), n, fs, time.data(), freq.data(), &status);
+      std::vector<char> annotations(static_cast<std::size_t>(n));
+      std::vector<double> t(static_cast<std::size_t>(n)), rr(static_cast<std::size_t>(n));
+      calcRR(positions.data(), n, fs, annotations.data(), t.data(), rr.data());
+      calcStatNN(t.data(), rr.data(), annotations.data(), n, raw.data());
     } else {
       not_computed = count < 2 ? "fewer than two R peaks" : "heart rate outside 30-220 bpm";
     }
@@ -160,7 +171,12 @@ py::dict hrv(const IndexArray& r_peaks, double sampling_rate, int excerpt_grade,
   out["r_peaks"] = count;
   out["intervals"] = series ? py::object(py::int_(series->intervals)) : py::object(py::none());
   out["excluded_intervals"] = series ? py::object(py::int_(series->excluded)) : py::object(py::none());
-  out["time"] = time;
+  py::list time_out;
+  for (std::size_t i = 0; i < time.size(); ++i) {
+    const bool unformed = rate && ((i == 3 && raw[3] == -1.0) || (i == 4 && raw[4] == -1.0));
+    time_out.append(unformed ? py::object(py::none()) : py::object(py::float_(time[i])));
+  }
+  out["time"] = time_out;
   out["freq"] = freq;
   return out;
 }

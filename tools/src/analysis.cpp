@@ -146,8 +146,7 @@ void grade_joined(const SampleView& p, const SegmentPlan& plan, const std::vecto
 }  // namespace
 
 QrsResult run_qrs(const Prepared& p, const Excerpt& excerpt, const AnalysisSettings& settings) {
-  const std::span<const double> samples(p.samples.data() + excerpt.start, static_cast<std::size_t>(excerpt.length));
-  QrsResult r = qrs_over(samples, excerpt.start, settings.full_scale ? settings.full_scale : p.recording.full_scale,
+  QrsResult r = qrs_over(p.excerpt(excerpt), excerpt.start, settings.full_scale ? settings.full_scale : p.recording.full_scale,
                          settings);
   r.excerpt = excerpt;
   return r;
