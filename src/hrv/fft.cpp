@@ -63,7 +63,7 @@ class Twiddles {
   }
   // The stage whose blocks hold 2h values, from (1, 0).
   static Twiddles stage(std::size_t h, int isign) {
-    return Twiddles(isign * (kTwoPi / static_cast<double>(2 * h)), 1.0, 0.0);
+    return {isign * (kTwoPi / static_cast<double>(2 * h)), 1.0, 0.0};
   }
   double wpr() const { return wpr_; }
   double wpi() const { return wpi_; }

@@ -34,7 +34,7 @@ class Level {
   ~Level() { --depth(); }
   Level(const Level&) = delete;
   Level& operator=(const Level&) = delete;
-  bool outermost() const noexcept { return depth() == 1; }
+  static bool outermost() noexcept { return depth() == 1; }
 };
 
 }  // namespace boundary_detail
@@ -47,7 +47,7 @@ class Level {
 template <class Body, class Failure>
 decltype(auto) guarded(Body&& body, Failure&& failure) {
   const boundary_detail::Level level;
-  if (!level.outermost()) return std::forward<Body>(body)();
+  if (!boundary_detail::Level::outermost()) return std::forward<Body>(body)();
   try {
     return std::forward<Body>(body)();
   } catch (...) {
