@@ -325,6 +325,16 @@ TEST(Formats, NumbersBeyondTheRangeOfADoubleAndDamagedSidecars) {
   }
 }
 
+// A header and nothing after it, without a final newline, is an input
+// error (it once read past the end of the text).
+TEST(Formats, AHeaderAloneIsAnInputError) {
+  TempDir dir;
+  for (const char* text : {"time,ecg", "ecg", "time;ecg\n"}) {
+    kelo::test::write_text(dir / "h.csv", text);
+    EXPECT_THROW(load(dir / "h.csv", "", 200), InputError) << text;
+  }
+}
+
 // A file that held more bytes when it was opened than can be read has
 // shrunk meanwhile: an error, not a shorter recording.
 TEST(Formats, AFileThatShrinksWhileReadIsAnError) {

@@ -241,7 +241,7 @@ Recording read_text_table(const fs::path& path, const LoadOptions& options) {
       column = choose_lead(rec.lead_names, options.lead, where);
       // A time (or sample number) column is not the ECG: without --lead
       // the first column after it is analysed.
-      const std::string_view rows = std::string_view(text).substr(header ? pos : line_start);
+      const std::string_view rows = std::string_view(text).substr(header ? std::min(pos, text.size()) : line_start);
       if (options.lead.empty() && fields.size() > 1 &&
           is_time_column(header ? std::string_view(rec.lead_names[0]) : std::string_view(), rows, delimiter)) {
         column = 1;
